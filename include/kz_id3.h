@@ -1,0 +1,287 @@
+/*
+ * kz_id3.h - host interface of libkz_id3, the ID3 tag filter module.
+ *
+ * A host loads libkz_id3.so, asks VwGetRtns for the entry table and drives
+ * the module through it:
+ *
+ *   VwGetRtns(table, level)          fill the host's entry table
+ *   VwAllocProc()                    a process context for one thread
+ *   VwLocalUp, VwSetSoRtn, VwSetUser register the host routines and user pair
+ *   VwStreamOpen                     0: something to read, 51: nothing
+ *   VwStreamSection                  start the file's single section
+ *   VwStreamRead ...                 until SOOutBreak(SO_BREAK_END, 0)
+ *   VwStreamTell + VwGetData         save the position between reads
+ *   VwSetData + VwStreamSeek         restore it
+ *   VwStreamClose, VwFreeProc
+ *
+ * Everything the module produces reaches the host through the routines it
+ * registered; every routine receives the user pair as its last two
+ * arguments.  The file is read only through the host's stream object.
+ */
+#ifndef KZ_ID3_H
+#define KZ_ID3_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Host routine identifiers (VwSetSoRtn) ------------------------------ */
+/* Accepted identifiers are 1 to 148 except 119 and 120; the module calls
+ * only these nine. */
+enum {
+    SO_ROUTINE_OUTCHAR = 1,
+    SO_ROUTINE_OUTSPECIAL = 2,
+    SO_ROUTINE_OUTBREAK = 5,
+    SO_ROUTINE_STARTSECTION = 18,
+    SO_ROUTINE_REPORTFAILURE = 20,
+    SO_ROUTINE_BEGINTAG = 49,
+    SO_ROUTINE_ENDTAG = 50,
+    SO_ROUTINE_SETCHARSET = 90,
+    SO_ROUTINE_SETSECTIONFLAGS = 142,
+    SO_ROUTINE_MAX = 148
+};
+
+/* ---- Constants passed to the host ---------------------------------------- */
+#define SO_BREAK_END 2u
+#define SO_BREAK_FRAME 11u
+#define SO_TAG_FRAME 0xA0010004u
+#define SO_TAG_STRING 0x201C0000u
+#define SO_TAG_STRING_END_NUMBER 0xFFFFFFFFu /* number on every SOEndTag(SO_TAG_STRING) */
+#define SO_CHARSET_LATIN1 0x00080101u
+#define SO_CHARSET_UTF16 0x14B00000u
+#define SO_SPECIAL_LINEBREAK 5u
+#define SO_SECTION_FLAGS 0x8000u
+#define SO_FAILURE_TRAILER 9u
+
+/* Results of VwStreamOpen. */
+#define VW_OPEN_OK 0
+#define VW_OPEN_NOTHING_TO_READ 51
+
+/* Word the module writes at byte 0 of the file information record. */
+#define VW_FILEINFO_WORD 9u
+
+/* ---- The host routines the module calls ---------------------------------- */
+/* The tag descriptor whose address SOBeginTag receives: the module sets the
+ * field number only. */
+typedef struct KzTagDescriptor {
+    uint32_t fieldNumber;
+} KzTagDescriptor;
+
+typedef void (*SOOutCharRtn)(uint16_t code, uint64_t user1, uint64_t user2);
+typedef void (*SOOutSpecialRtn)(uint16_t special, uint64_t user1, uint64_t user2);
+/* The break status is the low 16 bits of the result: 0 goes on, anything
+ * else stops the read call after the current frame. */
+typedef uint32_t (*SOOutBreakRtn)(uint16_t kind, uint16_t zero, uint64_t user1, uint64_t user2);
+typedef void (*SOStartSectionRtn)(uint32_t nine, uint32_t zero1, uint32_t zero2, uint64_t user1,
+                                  uint64_t user2);
+typedef void (*SOReportFailureRtn)(uint32_t failure, uint64_t user1, uint64_t user2);
+typedef void (*SOBeginTagRtn)(uint32_t kind, uint32_t number, const KzTagDescriptor* descriptor,
+                              uint64_t user1, uint64_t user2);
+typedef void (*SOEndTagRtn)(uint32_t kind, uint32_t number, uint64_t user1, uint64_t user2);
+typedef void (*SOSetCharSetRtn)(uint32_t charset, uint64_t user1, uint64_t user2);
+typedef void (*SOSetSectionFlagsRtn)(uint32_t flags, uint64_t user1, uint64_t user2);
+
+/* Any routine, as VwSetSoRtn stores it; cast to the typed form above. */
+typedef void (*SORoutine)(void);
+
+/* ---- The host's stream object --------------------------------------------- */
+typedef struct KzStream KzStream;
+/* Reads up to count bytes; *countRead receives how many arrived. */
+typedef int32_t (*KzStreamReadOp)(KzStream* stream, void* buffer, uint32_t count,
+                                  uint32_t* countRead);
+/* origin: 0 from the start, 1 from the current position, 2 from the end.
+ * Non-zero when the seek is refused (the position is then unchanged). */
+typedef int32_t (*KzStreamSeekOp)(KzStream* stream, uint16_t origin, int32_t offset);
+typedef int32_t (*KzStreamTellOp)(KzStream* stream, uint32_t* position);
+
+struct KzStream {
+    void* reserved0;      /* byte 0, unused by the module */
+    KzStreamReadOp read;  /* byte 8 */
+    void* reserved16;     /* byte 16, unused by the module */
+    KzStreamSeekOp seek;  /* byte 24 */
+    KzStreamTellOp tell;  /* byte 32 */
+};
+
+#define SO_SEEK_SET 0
+#define SO_SEEK_CUR 1
+#define SO_SEEK_END 2
+
+/* ---- File information record ------------------------------------------------ */
+typedef struct KzFileInfo {
+    uint32_t word;        /* set to VW_FILEINFO_WORD */
+    uint8_t reserved[20];
+    char typeName[32];    /* byte 24: the type's display name, NUL-terminated */
+} KzFileInfo;
+
+/* ---- File types ---------------------------------------------------------- */
+typedef struct VwOverlayRow {
+    uint16_t typeId;
+    char name[34]; /* a tab, the display name, NUL padding */
+} VwOverlayRow;
+
+#define VW_FILETYPE_FIRST 1706
+#define VW_FILETYPE_COUNT 10
+#define VW_FILETYPE_DEFAULT 1707 /* MPEG-1 audio - Layer 3, ID3v2.x */
+
+/* ---- Entry table ------------------------------------------------------------ */
+enum {
+    VW_ENTRY_STREAMOPEN = 0,
+    VW_ENTRY_STREAMSECTION = 1,
+    VW_ENTRY_STREAMREAD = 2,
+    VW_ENTRY_STREAMTELL = 3,
+    VW_ENTRY_STREAMSEEK = 4,
+    VW_ENTRY_GETINFO = 5,
+    VW_ENTRY_GETDATA = 6,
+    VW_ENTRY_SETDATA = 7,
+    VW_ENTRY_LOCALUP = 8,
+    VW_ENTRY_LOCALDOWN = 9,
+    VW_ENTRY_ALLOCPROC = 10,
+    VW_ENTRY_FREEPROC = 11,
+    VW_ENTRY_SETUSER = 12,
+    VW_ENTRY_SETSORTN = 13,
+    VW_ENTRY_STREAMCLOSE = 14,
+    VW_ENTRY_STREAMREADRECORD = 17,
+    VW_ENTRY_DOSPECIAL = 18,
+    VW_ENTRY_TABLE_SIZE = 36
+};
+
+/* Interface levels above these also fill the entries named. */
+#define VW_LEVEL_DOSPECIAL 18 /* entry 18 when level > 18 */
+#define VW_LEVEL_NULL_19_22 22
+#define VW_LEVEL_NULL_23_33 29
+
+typedef void (*VwEntry)(void);
+
+/* ---- Saved state block ------------------------------------------------------ */
+#define VW_SAVED_STATE_SIZE 36
+#define VW_PARSE_STATE_SIZE 16428
+
+typedef struct VwSavedState {
+    uint32_t savedPos;
+    uint16_t sectionState;
+    uint16_t reserved1;
+    uint32_t tagPos;
+    uint32_t frameCount;
+    uint8_t versionMajor;
+    uint8_t versionRevision;
+    uint16_t headerFlags[4]; /* unsynchronisation, extended header, experimental, footer */
+    uint16_t reserved2;
+    uint32_t tagSize;
+    uint32_t tagEnd;
+} VwSavedState;
+
+/* VwGetInfo identifiers the module answers (1 to 13). */
+enum {
+    VW_INFO_SAVED_STATE_SIZE = 1,
+    VW_INFO_PARSE_STATE_SIZE = 2,
+    VW_INFO_TYPE_COUNT = 6,
+    VW_INFO_TYPE_IDS = 7,
+    VW_INFO_BUILD_DATE = 8,
+    VW_INFO_BUILD_TIME = 9
+};
+
+/* ---- Field numbers ---------------------------------------------------------- */
+/* The first word of the tag descriptor: which ID3 field a SO_TAG_FRAME
+ * bracket holds.  ID3v2.2 frames share the number of their ID3v2.3/2.4
+ * counterpart; the ID3v1 fields reuse TIT2, TPE1, TALB, TYER, COMM, TRCK and
+ * TCON.  User-defined frames (TXXX, WXXX) carry the frame's number + 500. */
+enum {
+    KZ_FIELD_AENC = 77, KZ_FIELD_APIC = 78, KZ_FIELD_ASPI = 79, KZ_FIELD_COMM = 80,
+    KZ_FIELD_COMR = 81, KZ_FIELD_ENCR = 82, KZ_FIELD_EQUA = 83, KZ_FIELD_EQU2 = 84,
+    KZ_FIELD_ETCO = 85, KZ_FIELD_GEOB = 86, KZ_FIELD_GRID = 87, KZ_FIELD_LINK = 89,
+    KZ_FIELD_MLLT = 91, KZ_FIELD_OWNE = 92, KZ_FIELD_PRIV = 93, KZ_FIELD_PCNT = 94,
+    KZ_FIELD_POPM = 95, KZ_FIELD_POSS = 96, KZ_FIELD_RBUF = 97, KZ_FIELD_RVAD = 98,
+    KZ_FIELD_RVA2 = 99, KZ_FIELD_RVRB = 100, KZ_FIELD_SEEK = 101, KZ_FIELD_SYLT = 103,
+    KZ_FIELD_TALB = 105, KZ_FIELD_TBPM = 106, KZ_FIELD_TCOM = 107, KZ_FIELD_TCON = 108,
+    KZ_FIELD_TCOP = 109, KZ_FIELD_TDAT = 110, KZ_FIELD_TDLY = 111, KZ_FIELD_TENC = 112,
+    KZ_FIELD_TEXT = 113, KZ_FIELD_TFLT = 114, KZ_FIELD_TIME = 115, KZ_FIELD_TIPL = 116,
+    KZ_FIELD_TIT1 = 117, KZ_FIELD_TIT2 = 118, KZ_FIELD_TIT3 = 119, KZ_FIELD_TKEY = 120,
+    KZ_FIELD_TLAN = 121, KZ_FIELD_TLEN = 122, KZ_FIELD_TMCL = 123, KZ_FIELD_TMOO = 124,
+    KZ_FIELD_TMED = 125, KZ_FIELD_TOAL = 126, KZ_FIELD_TOFN = 127, KZ_FIELD_TOLY = 128,
+    KZ_FIELD_TOPE = 129, KZ_FIELD_TORY = 130, KZ_FIELD_TOWN = 131, KZ_FIELD_TPE1 = 132,
+    KZ_FIELD_TPE2 = 133, KZ_FIELD_TPE3 = 134, KZ_FIELD_TPE4 = 135, KZ_FIELD_TPOS = 136,
+    KZ_FIELD_TPRO = 137, KZ_FIELD_TPUB = 138, KZ_FIELD_TRCK = 139, KZ_FIELD_TRDA = 140,
+    KZ_FIELD_TRSN = 141, KZ_FIELD_TRSO = 142, KZ_FIELD_TSIZ = 143, KZ_FIELD_TSRC = 144,
+    KZ_FIELD_TSOA = 145, KZ_FIELD_TSOP = 146, KZ_FIELD_TSOT = 147, KZ_FIELD_TSSE = 148,
+    KZ_FIELD_TSST = 149, KZ_FIELD_TYER = 150, KZ_FIELD_UFID = 151, KZ_FIELD_USER = 152,
+    KZ_FIELD_USLT = 153, KZ_FIELD_WCOM = 154, KZ_FIELD_WCOP = 155, KZ_FIELD_WOAF = 156,
+    KZ_FIELD_WOAR = 157, KZ_FIELD_WOAS = 158, KZ_FIELD_WORS = 159, KZ_FIELD_WPAY = 160,
+    KZ_FIELD_WPUB = 161,
+    KZ_FIELD_FIRST = 77,
+    KZ_FIELD_LAST = 161,
+    KZ_FIELD_USER_DEFINED_BASE = 500 /* + the frame's number */
+};
+
+/* ---- Entry points ------------------------------------------------------------ */
+typedef struct VwContext VwContext; /* the process context, opaque to the host */
+
+void VwGetRtns(VwEntry* entryTable, uint16_t interfaceLevel);
+VwContext* VwAllocProc(void);
+void VwFreeProc(VwContext* context);
+void VwLocalUp(uint64_t value, uint64_t* out, VwContext* context);
+void VwLocalDown(uint64_t value, uint64_t* out);
+void VwSetSoRtn(uint16_t identifier, SORoutine routine, VwContext* context);
+void VwSetUser(uint64_t user1, uint64_t user2, VwContext* context);
+int32_t VwStreamOpen(KzStream* stream, uint16_t fileType, uint64_t reserved, KzFileInfo* fileInfo,
+                     VwContext* context);
+int32_t VwGetInfo(void* destination, uint16_t infoId);
+int32_t VwStreamSection(KzStream* stream, VwContext* context);
+int32_t VwStreamRead(KzStream* stream, VwContext* context);
+int32_t VwStreamTell(KzStream* stream, VwContext* context);
+int32_t VwStreamSeek(KzStream* stream, VwContext* context);
+void VwGetData(void* block, VwContext* context);
+void VwSetData(const void* block, VwContext* context);
+int32_t VwDoSpecial(void);
+void VwStreamClose(KzStream* stream, VwContext* context); /* releases nothing */
+void VwStreamReadRecord(void);
+void VwGetSectionDataFunc(void);
+void VwSetSectionDataFunc(void);
+/* The default of every host routine entry: does nothing and returns 0. */
+uint32_t SODummy(void);
+
+/* Typed forms of the entry table's entries. */
+typedef VwContext* (*VwAllocProcFn)(void);
+typedef void (*VwFreeProcFn)(VwContext*);
+typedef void (*VwLocalUpFn)(uint64_t, uint64_t*, VwContext*);
+typedef void (*VwSetSoRtnFn)(uint16_t, SORoutine, VwContext*);
+typedef void (*VwSetUserFn)(uint64_t, uint64_t, VwContext*);
+typedef int32_t (*VwStreamOpenFn)(KzStream*, uint16_t, uint64_t, KzFileInfo*, VwContext*);
+typedef int32_t (*VwGetInfoFn)(void*, uint16_t);
+typedef int32_t (*VwStreamFn)(KzStream*, VwContext*);
+typedef void (*VwGetDataFn)(void*, VwContext*);
+typedef void (*VwSetDataFn)(const void*, VwContext*);
+typedef void (*VwGetRtnsFn)(VwEntry*, uint16_t);
+
+/* ---- Exported data ------------------------------------------------------------ */
+/* A NUL byte followed by the marker "QZV_VER=..." and its NUL. */
+extern const char* const version;
+extern const VwOverlayRow VwId3OverlayId[VW_FILETYPE_COUNT];
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+/* ---- Layout a host relies on ------------------------------------------------- */
+#ifdef __cplusplus
+#define KZ_STATIC_ASSERT static_assert
+#else
+#define KZ_STATIC_ASSERT _Static_assert
+#endif
+KZ_STATIC_ASSERT(offsetof(KzStream, read) == 8, "stream read at byte 8");
+KZ_STATIC_ASSERT(offsetof(KzStream, seek) == 24, "stream seek at byte 24");
+KZ_STATIC_ASSERT(offsetof(KzStream, tell) == 32, "stream tell at byte 32");
+KZ_STATIC_ASSERT(offsetof(KzFileInfo, word) == 0, "file info word at byte 0");
+KZ_STATIC_ASSERT(offsetof(KzFileInfo, typeName) == 24, "file info name at byte 24");
+KZ_STATIC_ASSERT(sizeof(VwOverlayRow) == 36, "type rows are 36 bytes");
+KZ_STATIC_ASSERT(sizeof(VwSavedState) == VW_SAVED_STATE_SIZE, "saved state is 36 bytes");
+KZ_STATIC_ASSERT(offsetof(VwSavedState, tagPos) == 8, "tagPos at byte 8");
+KZ_STATIC_ASSERT(offsetof(VwSavedState, frameCount) == 12, "frameCount at byte 12");
+KZ_STATIC_ASSERT(offsetof(VwSavedState, versionMajor) == 16, "versionMajor at byte 16");
+KZ_STATIC_ASSERT(offsetof(VwSavedState, headerFlags) == 18, "headerFlags at byte 18");
+KZ_STATIC_ASSERT(offsetof(VwSavedState, tagSize) == 28, "tagSize at byte 28");
+KZ_STATIC_ASSERT(offsetof(VwSavedState, tagEnd) == 32, "tagEnd at byte 32");
+
+#endif /* KZ_ID3_H */
