@@ -1,0 +1,255 @@
+#include "recording_host.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <set>
+
+namespace kztest {
+
+Calls operator+(Calls a, const Calls& b) { return a += b; }
+
+Calls& operator+=(Calls& to, const Calls& more) {
+    to.insert(to.end(), more.begin(), more.end());
+    return to;
+}
+
+namespace {
+
+std::string Hex(uint32_t value) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%x", value);
+    return text;
+}
+
+std::string TagKind(uint32_t kind) {
+    if (kind == SO_TAG_FRAME) return "F";
+    if (kind == SO_TAG_STRING) return "S";
+    return Hex(kind);
+}
+
+std::string TagNumber(uint32_t number) {
+    return number == 0xFFFFFFFFu ? "ffffffff" : std::to_string(number);
+}
+
+std::string CharSet(uint32_t charset) {
+    if (charset == SO_CHARSET_LATIN1) return "latin1";
+    if (charset == SO_CHARSET_UTF16) return "utf16";
+    return Hex(charset);
+}
+
+}  // namespace
+
+Calls Chars(std::string_view text) {
+    Calls out;
+    for (unsigned char c : text) out.push_back("char " + Hex(c));
+    return out;
+}
+
+Calls Units(std::u16string_view text) {
+    Calls out;
+    for (char16_t unit : text) out.push_back("char " + Hex(unit));
+    return out;
+}
+
+Calls BeginFrame(uint32_t number, uint32_t field) {
+    return {"begin F " + std::to_string(number) + " " + std::to_string(field)};
+}
+
+Calls EndFrame(uint32_t number) { return {"end F " + std::to_string(number)}; }
+
+Calls TextField(uint32_t number, uint32_t field, std::string_view text) {
+    return BeginFrame(number, field) + Chars(text) + EndFrame(number);
+}
+
+Calls FrameBreak() { return {"break 11"}; }
+Calls EndBreak() { return {"break 2"}; }
+Calls SectionStart() { return {"start 9 0 0", "charset latin1", "flags 8000"}; }
+Calls Utf16(const Calls& inner) { return Calls{"charset utf16"} + inner + Calls{"charset latin1"}; }
+
+// ---- MemoryStream --------------------------------------------------------------
+
+MemoryStream::MemoryStream(Bytes data) : data_(std::move(data)) {
+    handle_.base = KzStream{nullptr, &Read, nullptr, &Seek, &Tell};
+    handle_.owner = this;
+}
+
+MemoryStream* MemoryStream::Owner(KzStream* stream) {
+    return reinterpret_cast<Handle*>(stream)->owner;
+}
+
+int32_t MemoryStream::Read(KzStream* stream, void* buffer, uint32_t count, uint32_t* countRead) {
+    MemoryStream* self = Owner(stream);
+    ++self->reads;
+    const uint32_t available =
+        self->position_ < self->data_.size() ? static_cast<uint32_t>(self->data_.size()) - self->position_ : 0;
+    uint32_t n = std::min(count, available);
+    if (self->readLimit) n = std::min(n, self->readLimit(self->position_, count));
+    if (n > 0) std::memcpy(buffer, self->data_.data() + self->position_, n);
+    self->position_ += n;
+    *countRead = n;
+    return 0;
+}
+
+int32_t MemoryStream::Seek(KzStream* stream, uint16_t origin, int32_t offset) {
+    MemoryStream* self = Owner(stream);
+    ++self->seeks;
+    int64_t base = 0;
+    if (origin == SO_SEEK_CUR) base = self->position_;
+    if (origin == SO_SEEK_END) base = static_cast<int64_t>(self->data_.size());
+    const int64_t target = base + offset;
+    if (origin > SO_SEEK_END || target < 0 || target > static_cast<int64_t>(self->data_.size())) {
+        ++self->failedSeeks;
+        return -1;
+    }
+    self->position_ = static_cast<uint32_t>(target);
+    return 0;
+}
+
+int32_t MemoryStream::Tell(KzStream* stream, uint32_t* position) {
+    MemoryStream* self = Owner(stream);
+    ++self->tells;
+    *position = self->position_;
+    return 0;
+}
+
+// ---- RecordingHost ---------------------------------------------------------------
+
+RegistrationEntries LinkedEntries() { return {&VwLocalUp, &VwSetSoRtn, &VwSetUser}; }
+
+RegistrationEntries TableEntries(const VwEntry* table) {
+    return {reinterpret_cast<VwLocalUpFn>(table[VW_ENTRY_LOCALUP]),
+            reinterpret_cast<VwSetSoRtnFn>(table[VW_ENTRY_SETSORTN]),
+            reinterpret_cast<VwSetUserFn>(table[VW_ENTRY_SETUSER])};
+}
+
+namespace {
+std::set<const RecordingHost*>& LiveHosts() {
+    static std::set<const RecordingHost*> hosts;
+    return hosts;
+}
+}  // namespace
+
+struct RecordingRoutines {
+    static RecordingHost* Find(uint64_t user1, uint64_t user2) {
+        auto* host = reinterpret_cast<RecordingHost*>(static_cast<uintptr_t>(user1));
+        if (user2 != RecordingHost::kUserMagic || LiveHosts().count(host) == 0) {
+            ADD_FAILURE() << "host routine called with user pair " << std::hex << user1 << ", "
+                          << user2;
+            return nullptr;
+        }
+        return host;
+    }
+
+    static void OutChar(uint16_t code, uint64_t user1, uint64_t user2) {
+        if (auto* h = Find(user1, user2)) h->Record("char " + Hex(code));
+    }
+    static void OutSpecial(uint16_t special, uint64_t user1, uint64_t user2) {
+        if (auto* h = Find(user1, user2)) h->Record("special " + std::to_string(special));
+    }
+    static uint32_t OutBreak(uint16_t kind, uint16_t zero, uint64_t user1, uint64_t user2) {
+        auto* h = Find(user1, user2);
+        if (h == nullptr) return 0;
+        std::string call = "break " + std::to_string(kind);
+        if (zero != 0) call += " " + std::to_string(zero);
+        h->Record(call);
+        if (kind == SO_BREAK_FRAME) ++h->frameBreaks_;
+        return h->breakAnswer ? h->breakAnswer(kind, h->frameBreaks_) : 0;
+    }
+    static void StartSection(uint32_t a, uint32_t b, uint32_t c, uint64_t user1, uint64_t user2) {
+        if (auto* h = Find(user1, user2))
+            h->Record("start " + std::to_string(a) + " " + std::to_string(b) + " " + std::to_string(c));
+    }
+    static void ReportFailure(uint32_t failure, uint64_t user1, uint64_t user2) {
+        if (auto* h = Find(user1, user2)) h->Record("failure " + std::to_string(failure));
+    }
+    static void BeginTag(uint32_t kind, uint32_t number, const KzTagDescriptor* descriptor,
+                         uint64_t user1, uint64_t user2) {
+        auto* h = Find(user1, user2);
+        if (h == nullptr) return;
+        const std::string field = descriptor ? std::to_string(descriptor->fieldNumber) : "null";
+        h->Record("begin " + TagKind(kind) + " " + TagNumber(number) + " " + field);
+    }
+    static void EndTag(uint32_t kind, uint32_t number, uint64_t user1, uint64_t user2) {
+        if (auto* h = Find(user1, user2)) h->Record("end " + TagKind(kind) + " " + TagNumber(number));
+    }
+    static void SetCharSet(uint32_t charset, uint64_t user1, uint64_t user2) {
+        if (auto* h = Find(user1, user2)) h->Record("charset " + CharSet(charset));
+    }
+    static void SetSectionFlags(uint32_t flags, uint64_t user1, uint64_t user2) {
+        if (auto* h = Find(user1, user2)) h->Record("flags " + Hex(flags));
+    }
+};
+
+RecordingHost::RecordingHost(VwContext* context, const RegistrationEntries& entries) {
+    LiveHosts().insert(this);
+    entries.localUp(0x10CA1u, &localUpValue, context);
+    const struct {
+        uint16_t id;
+        SORoutine routine;
+    } routines[] = {
+        {SO_ROUTINE_OUTCHAR, reinterpret_cast<SORoutine>(&RecordingRoutines::OutChar)},
+        {SO_ROUTINE_OUTSPECIAL, reinterpret_cast<SORoutine>(&RecordingRoutines::OutSpecial)},
+        {SO_ROUTINE_OUTBREAK, reinterpret_cast<SORoutine>(&RecordingRoutines::OutBreak)},
+        {SO_ROUTINE_STARTSECTION, reinterpret_cast<SORoutine>(&RecordingRoutines::StartSection)},
+        {SO_ROUTINE_REPORTFAILURE, reinterpret_cast<SORoutine>(&RecordingRoutines::ReportFailure)},
+        {SO_ROUTINE_BEGINTAG, reinterpret_cast<SORoutine>(&RecordingRoutines::BeginTag)},
+        {SO_ROUTINE_ENDTAG, reinterpret_cast<SORoutine>(&RecordingRoutines::EndTag)},
+        {SO_ROUTINE_SETCHARSET, reinterpret_cast<SORoutine>(&RecordingRoutines::SetCharSet)},
+        {SO_ROUTINE_SETSECTIONFLAGS, reinterpret_cast<SORoutine>(&RecordingRoutines::SetSectionFlags)},
+    };
+    for (const auto& r : routines) entries.setSoRtn(r.id, r.routine, context);
+    entries.setUser(reinterpret_cast<uintptr_t>(this), kUserMagic, context);
+}
+
+RecordingHost::~RecordingHost() { LiveHosts().erase(this); }
+
+Calls RecordingHost::Take() {
+    Calls out;
+    out.swap(calls_);
+    return out;
+}
+
+void RecordingHost::StopAtFrameBreak(int k, uint32_t status) {
+    breakAnswer = [k, status](uint16_t kind, int frameBreaks) -> uint32_t {
+        return kind == SO_BREAK_FRAME && frameBreaks == k ? status : 0;
+    };
+}
+
+void RecordingHost::StopAtEveryFrameBreak(uint32_t status) {
+    breakAnswer = [status](uint16_t kind, int) -> uint32_t {
+        return kind == SO_BREAK_FRAME ? status : 0;
+    };
+}
+
+// ---- Session ------------------------------------------------------------------------
+
+Session::Session(Bytes bytes) : context(VwAllocProc()), file(std::move(bytes)), host(context) {}
+
+Session::~Session() { VwFreeProc(context); }
+
+int32_t Session::Open(uint16_t fileType) {
+    KzFileInfo info{};
+    return VwStreamOpen(file.stream(), fileType, 0, &info, context);
+}
+
+void Session::Start() {
+    EXPECT_EQ(Open(), VW_OPEN_OK);
+    EXPECT_EQ(VwStreamSection(file.stream(), context), 0);
+    EXPECT_EQ(host.Take(), SectionStart());
+}
+
+int32_t Session::Read() { return VwStreamRead(file.stream(), context); }
+
+int Session::ReadToEnd(int maxCalls) {
+    for (int n = 1; n <= maxCalls; ++n) {
+        EXPECT_EQ(Read(), 0);
+        if (!host.calls().empty() && host.calls().back() == "break 2") return n;
+    }
+    ADD_FAILURE() << "no end break after " << maxCalls << " read calls";
+    return maxCalls;
+}
+
+}  // namespace kztest

@@ -1,0 +1,151 @@
+// A host for tests: an in-memory stream and a recorder of every host routine
+// call the module makes, written as short strings so that a failing
+// comparison shows a readable diff.
+//
+// Call strings:
+//   "char 41"            SOOutChar, code in hex
+//   "special 5"          SOOutSpecial
+//   "break 11"           SOOutBreak (a non-zero second argument is appended)
+//   "start 9 0 0"        SOStartSection
+//   "failure 9"          SOReportFailure
+//   "begin F 3 118"      SOBeginTag: kind (F frame, S string, else hex),
+//                        number, field number from the descriptor
+//   "end F 3"            SOEndTag; the number 0xFFFFFFFF reads "ffffffff"
+//   "charset latin1"     SOSetCharSet (latin1, utf16, else hex)
+//   "flags 8000"         SOSetSectionFlags, in hex
+#ifndef KZ_TESTS_RECORDING_HOST_H
+#define KZ_TESTS_RECORDING_HOST_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kz_id3.h"
+#include "tag_builder.h"
+
+namespace kztest {
+
+using Calls = std::vector<std::string>;
+
+Calls operator+(Calls a, const Calls& b);
+Calls& operator+=(Calls& to, const Calls& more);
+
+// Expected-call builders.
+Calls Chars(std::string_view text);       // one "char" per byte
+Calls Units(std::u16string_view text);    // one "char" per UTF-16 unit
+Calls BeginFrame(uint32_t number, uint32_t field);
+Calls EndFrame(uint32_t number);
+// begin F, the characters of text, end F.
+Calls TextField(uint32_t number, uint32_t field, std::string_view text);
+Calls FrameBreak();
+Calls EndBreak();
+Calls SectionStart();  // the three calls of VwStreamSection
+Calls Utf16(const Calls& inner);  // inner bracketed by the two charset calls
+
+// A stream over a byte vector.  A seek whose target lies outside 0..size
+// fails with a non-zero result and leaves the position alone.
+class MemoryStream {
+public:
+    explicit MemoryStream(Bytes data = {});
+    MemoryStream(const MemoryStream&) = delete;
+    MemoryStream& operator=(const MemoryStream&) = delete;
+
+    KzStream* stream() { return &handle_.base; }
+    uint32_t position() const { return position_; }
+    void set_position(uint32_t position) { position_ = position; }
+    const Bytes& data() const { return data_; }
+
+    int reads = 0;
+    int seeks = 0;
+    int failedSeeks = 0;
+    int tells = 0;
+    // When set, decides how many bytes a read delivers: given the position
+    // and the count asked, returns at most the count.  Still bounded by the
+    // data.
+    std::function<uint32_t(uint32_t position, uint32_t count)> readLimit;
+
+private:
+    struct Handle {
+        KzStream base;
+        MemoryStream* owner;
+    };
+    static MemoryStream* Owner(KzStream* stream);
+    static int32_t Read(KzStream* stream, void* buffer, uint32_t count, uint32_t* countRead);
+    static int32_t Seek(KzStream* stream, uint16_t origin, int32_t offset);
+    static int32_t Tell(KzStream* stream, uint32_t* position);
+
+    Handle handle_;
+    Bytes data_;
+    uint32_t position_ = 0;
+};
+
+// The entry points a RecordingHost registers its routines through.
+struct RegistrationEntries {
+    VwLocalUpFn localUp;
+    VwSetSoRtnFn setSoRtn;
+    VwSetUserFn setUser;
+};
+RegistrationEntries LinkedEntries();
+RegistrationEntries TableEntries(const VwEntry* table);
+
+// Registers the nine routines the module calls on a context, with the user
+// pair (this, kUserMagic), and records every call.  A routine called with any
+// other pair adds a test failure.
+class RecordingHost {
+public:
+    static constexpr uint64_t kUserMagic = 0x5EC0DE00C0FFEE42ull;
+
+    explicit RecordingHost(VwContext* context, const RegistrationEntries& entries = LinkedEntries());
+    ~RecordingHost();
+    RecordingHost(const RecordingHost&) = delete;
+    RecordingHost& operator=(const RecordingHost&) = delete;
+
+    // The calls recorded since the last Take.
+    Calls Take();
+    const Calls& calls() const { return calls_; }
+
+    // The answer to SOOutBreak; by default 0 (go on).  Receives the kind and
+    // the count of frame breaks seen so far, this one included.
+    std::function<uint32_t(uint16_t kind, int frameBreaks)> breakAnswer;
+    // Answers `status` to the k-th frame break (counting from 1) only.
+    void StopAtFrameBreak(int k, uint32_t status = 1);
+    // Answers `status` to every frame break.
+    void StopAtEveryFrameBreak(uint32_t status = 1);
+
+    uint64_t localUpValue = 0;
+
+private:
+    friend struct RecordingRoutines;
+    void Record(std::string call) { calls_.push_back(std::move(call)); }
+
+    Calls calls_;
+    int frameBreaks_ = 0;
+};
+
+// A context with a recording host on a file, for driving whole reads.
+class Session {
+public:
+    explicit Session(Bytes file);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    int32_t Open(uint16_t fileType = VW_FILETYPE_DEFAULT);
+    // VwStreamOpen (expecting 0) and VwStreamSection; the section's calls
+    // are taken out of the record.
+    void Start();
+    int32_t Read();
+    // Reads until the end break, at most maxCalls read calls; returns the
+    // number of read calls made.
+    int ReadToEnd(int maxCalls = 64);
+
+    VwContext* context;
+    MemoryStream file;
+    RecordingHost host;
+};
+
+}  // namespace kztest
+
+#endif  // KZ_TESTS_RECORDING_HOST_H
