@@ -51,8 +51,8 @@ struct TagOptions {
 Bytes Tag(int major, const Bytes& content, const TagOptions& options = {});
 
 struct Id3v1Fields {
-    std::string title, artist, album, year, comment;
-    std::optional<uint8_t> track;  // ID3v1.1: byte 125 zero, byte 126 the track
+    std::string title{}, artist{}, album{}, year{}, comment{};
+    std::optional<uint8_t> track{};  // ID3v1.1: byte 125 zero, byte 126 the track
     uint8_t genre = 255;
 };
 // The 128-byte trailer: "TAG" and the fields, each padded with zeros.

@@ -1,0 +1,227 @@
+// Opening a stream: file type names, tag detection, the tag header and the
+// section start.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "filter/context.h"
+#include "id3v2/tag_header.h"
+#include "kz_id3.h"
+#include "recording_host.h"
+
+namespace {
+
+using namespace kztest;
+
+const char* const kTypeNames[VW_FILETYPE_COUNT] = {
+    "MPEG-1 audio - Layer 3, ID3v1.x", "MPEG-1 audio - Layer 3, ID3v2.x", "ID3 Ver 1.x",
+    "ID3 Ver 2.x",                     "MPEG-1 audio - Layer 3",          "MPEG-1 audio - Layer 1",
+    "MPEG-1 audio - Layer 2",          "MPEG-2 audio - Layer 1",          "MPEG-2 audio - Layer 2",
+    "MPEG-2 audio - Layer 3",
+};
+
+Bytes TrailerOnlyFile() { return SilentMpegFrames(2) + Id3v1({.title = "T"}); }
+
+TEST(OverlayTable, RowsHoldTabbedNamesPaddedWithNul) {
+    for (int row = 0; row < VW_FILETYPE_COUNT; ++row) {
+        EXPECT_EQ(VwId3OverlayId[row].typeId, 1706 + row);
+        char expected[34] = {'\t'};
+        std::strcpy(expected + 1, kTypeNames[row]);
+        EXPECT_EQ(std::memcmp(VwId3OverlayId[row].name, expected, sizeof expected), 0) << "row " << row;
+    }
+}
+
+class OpenTypeName : public ::testing::TestWithParam<uint16_t> {};
+
+TEST_P(OpenTypeName, WritesWordNineAndTheNameOfAKnownType) {
+    const uint16_t type = GetParam();
+    Session s(TrailerOnlyFile());
+    KzFileInfo info;
+    std::memset(&info, 'x', sizeof info);
+    info.word = 0xDEADBEEF;
+    EXPECT_EQ(VwStreamOpen(s.file.stream(), type, 0x77, &info, s.context), VW_OPEN_OK);
+    EXPECT_EQ(info.word, 9u);
+    EXPECT_TRUE(std::all_of(info.reserved, info.reserved + sizeof info.reserved,
+                            [](uint8_t b) { return b == 'x'; }));
+    if (type >= 1706 && type <= 1715) {
+        EXPECT_STREQ(info.typeName, kTypeNames[type - 1706]);
+    } else {
+        EXPECT_TRUE(std::all_of(info.typeName, info.typeName + sizeof info.typeName,
+                                [](char c) { return c == 'x'; }));
+    }
+    EXPECT_EQ(kz::ToContext(s.context)->fileType, type);
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, OpenTypeName,
+                         ::testing::Values(0, 1705, 1706, 1707, 1708, 1709, 1710, 1711, 1712, 1713,
+                                           1714, 1715, 1716, 0xFFFF));
+
+struct OpenCase {
+    const char* name;
+    Bytes file;
+    int32_t status;
+    uint16_t hasId3v2;
+    uint16_t hasId3v1;
+};
+
+TEST(StreamOpen, DecidesWhetherThereIsAnythingToRead) {
+    const Bytes v3 = Tag(3, Frame(3, "TIT2", Latin1("\0A")));
+    const Bytes v5 = Tag(5, Frame(3, "TIT2", Latin1("\0A")));
+    const Bytes trailer = Id3v1({.title = "T"});
+    const Bytes audio = SilentMpegFrames(1);
+    const OpenCase cases[] = {
+        {"ID3v2.3 without trailer", v3 + audio, 0, 1, 0},
+        {"ID3v2.3 with trailer", v3 + audio + trailer, 0, 1, 1},
+        {"trailer only", audio + trailer, 0, 0, 1},
+        {"trailer is the whole file", trailer, 0, 0, 1},
+        {"major 5 with trailer", v5 + audio + trailer, 0, 0, 1},
+        {"major 5 without trailer", v5 + audio, 51, 0, 0},
+        {"audio only", audio, 51, 0, 0},
+        {"empty stream", {}, 51, 0, 0},
+        {"lower-case id3", Latin1("id3") + Bytes(v3.begin() + 3, v3.end()) + audio, 51, 0, 0},
+        {"tag shorter than 128 bytes", v3, 0, 1, 0},
+        {"TAG one byte before its place", audio + trailer + Raw({0}), 51, 0, 0},
+        {"nine-byte header", Bytes(v3.begin(), v3.begin() + 9), 51, 0, 0},
+    };
+    for (const auto& c : cases) {
+        Session s(c.file);
+        EXPECT_EQ(s.Open(), c.status) << c.name;
+        const kz::ProcessContext* ctx = kz::ToContext(s.context);
+        EXPECT_EQ(ctx->hasId3v2, c.hasId3v2) << c.name;
+        EXPECT_EQ(ctx->hasId3v1, c.hasId3v1) << c.name;
+        EXPECT_EQ(ctx->sectionState, 0) << c.name;
+        EXPECT_TRUE(s.host.calls().empty()) << c.name;
+    }
+}
+
+TEST(StreamOpen, ClearsTheParseStateButKeepsRoutinesAndUserPair) {
+    Session s(TrailerOnlyFile());
+    kz::ProcessContext* ctx = kz::ToContext(s.context);
+    ctx->sectionState = kz::kReadingFrames;
+    ctx->tagPos = 77;
+    ctx->frameCount = 99;
+    ctx->versionMajor = 3;
+    ctx->tagEnd = 1234;
+    ctx->utf16Order = 2;
+    ctx->hasId3v2 = 1;
+    ctx->frameBuffer[100] = 0x5A;
+    EXPECT_EQ(s.Open(), VW_OPEN_OK);
+    const auto* parse = reinterpret_cast<const uint8_t*>(ctx);
+    for (size_t i = 0; i < VW_PARSE_STATE_SIZE; ++i) {
+        if (i == offsetof(kz::ProcessContext, fileType) ||
+            i == offsetof(kz::ProcessContext, fileType) + 1 ||
+            i == offsetof(kz::ProcessContext, hasId3v1)) {
+            continue;
+        }
+        ASSERT_EQ(parse[i], 0) << "parse state byte " << i;
+    }
+    EXPECT_EQ(ctx->hasId3v1, 1);
+    EXPECT_EQ(VwStreamSection(s.file.stream(), s.context), 0);
+    EXPECT_EQ(s.host.Take(), SectionStart());
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_EQ(s.host.Take(), TextField(0, 118, "T") + TextField(1, 132, "") +
+                                 TextField(2, 105, "") + TextField(3, 150, "") +
+                                 TextField(4, 80, "") + TextField(5, 108, "") + EndBreak());
+}
+
+// ---- Tag header ---------------------------------------------------------------------
+
+struct HeaderCase {
+    const char* name;
+    Bytes data;
+    uint32_t at;
+    kz::TagHeaderStatus status;
+    uint8_t major, revision;
+    uint16_t flags[4];
+    uint32_t tagSize, tagEnd;
+    uint16_t hasId3v2;
+};
+
+TEST(TagHeader, ReadsVersionFlagsAndSize) {
+    using kz::kNoTagHeader, kz::kTagHeaderOk, kz::kUnsupportedTagVersion;
+    const HeaderCase cases[] = {
+        {"size 257", Raw({'I', 'D', '3', 3, 0, 0, 0, 0, 2, 1}), 0, kTagHeaderOk, 3, 0,
+         {0, 0, 0, 0}, 257, 267, 1},
+        {"largest size", Raw({'I', 'D', '3', 3, 0, 0, 0x7F, 0x7F, 0x7F, 0x7F}), 0, kTagHeaderOk,
+         3, 0, {0, 0, 0, 0}, 268435455, 268435465, 1},
+        {"size top bits dropped", Raw({'I', 'D', '3', 3, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}), 0,
+         kTagHeaderOk, 3, 0, {0, 0, 0, 0}, 268435455, 268435465, 1},
+        {"all flags", Raw({'I', 'D', '3', 4, 1, 0xF0, 0, 0, 0, 0}), 0, kTagHeaderOk, 4, 1,
+         {0x80, 0x40, 0x20, 0x10}, 0, 10, 1},
+        {"low flag bits ignored", Raw({'I', 'D', '3', 4, 0, 0x0F, 0, 0, 0, 0}), 0, kTagHeaderOk, 4,
+         0, {0, 0, 0, 0}, 0, 10, 1},
+        {"major 2", Raw({'I', 'D', '3', 2, 5, 0x40, 0, 0, 1, 0}), 0, kTagHeaderOk, 2, 5,
+         {0, 0x40, 0, 0}, 128, 138, 1},
+        {"second tag at 100", Bytes(100, 0) + Raw({'I', 'D', '3', 3, 0, 0, 0, 0, 2, 1}), 100,
+         kTagHeaderOk, 3, 0, {0, 0, 0, 0}, 257, 367, 1},
+        {"major 1", Raw({'I', 'D', '3', 1, 0, 0x80, 0, 0, 0, 5}), 0, kUnsupportedTagVersion, 1, 0,
+         {0x80, 0, 0, 0}, 5, 15, 0},
+        {"major 5", Raw({'I', 'D', '3', 5, 0, 0, 0, 0, 1, 1}), 0, kUnsupportedTagVersion, 5, 0,
+         {0, 0, 0, 0}, 129, 139, 0},
+        {"major 255", Raw({'I', 'D', '3', 255, 0, 0, 0, 0, 0, 3}), 0, kUnsupportedTagVersion, 255,
+         0, {0, 0, 0, 0}, 3, 13, 0},
+        {"major 0", Raw({'I', 'D', '3', 0, 0, 0, 0, 0, 0, 3}), 0, kUnsupportedTagVersion, 0, 0,
+         {0, 0, 0, 0}, 3, 13, 0},
+    };
+    for (const auto& c : cases) {
+        MemoryStream file(c.data + Bytes(20, 0));
+        file.set_position(c.at);
+        kz::ProcessContext ctx{};
+        EXPECT_EQ(kz::ReadTagHeader(file.stream(), &ctx), c.status) << c.name;
+        EXPECT_EQ(ctx.versionMajor, c.major) << c.name;
+        EXPECT_EQ(ctx.versionRevision, c.revision) << c.name;
+        for (int i = 0; i < 4; ++i) EXPECT_EQ(ctx.headerFlags[i], c.flags[i]) << c.name << " flag " << i;
+        EXPECT_EQ(ctx.tagSize, c.tagSize) << c.name;
+        EXPECT_EQ(ctx.tagEnd, c.tagEnd) << c.name;
+        EXPECT_EQ(ctx.hasId3v2, c.hasId3v2) << c.name;
+        EXPECT_EQ(file.position(), c.at + 10) << c.name;
+    }
+}
+
+TEST(TagHeader, NoHeaderLeavesTheContextAlone) {
+    const Bytes cases[] = {
+        Raw({'i', 'd', '3', 3, 0, 0, 0, 0, 2, 1}),
+        Raw({'I', 'D', '3', 3, 0, 0, 0, 0, 2}),
+        Raw({'T', 'A', 'G', 3, 0, 0, 0, 0, 2, 1}),
+        {},
+    };
+    for (const auto& data : cases) {
+        MemoryStream file(data);
+        kz::ProcessContext ctx{};
+        ctx.versionMajor = 4;
+        ctx.headerFlags[1] = 0x40;
+        ctx.tagSize = 50;
+        ctx.tagEnd = 60;
+        const kz::ProcessContext before = ctx;
+        EXPECT_EQ(kz::ReadTagHeader(file.stream(), &ctx), kz::kNoTagHeader);
+        EXPECT_EQ(std::memcmp(&ctx, &before, sizeof ctx), 0);
+    }
+}
+
+// ---- Section start --------------------------------------------------------------------
+
+TEST(StreamSection, ChoosesTheTagOrTheTrailer) {
+    struct {
+        const char* name;
+        Bytes file;
+        uint16_t state;
+        uint32_t tagPos;
+    } const cases[] = {
+        {"ID3v2 tag", Tag(3, Frame(3, "TIT2", Latin1("\0A"))) + TrailerOnlyFile(), 2, 10},
+        {"trailer only", TrailerOnlyFile(), 4, 0},
+    };
+    for (const auto& c : cases) {
+        Session s(c.file);
+        EXPECT_EQ(s.Open(), VW_OPEN_OK);
+        const int seeks = s.file.seeks, reads = s.file.reads;
+        EXPECT_EQ(VwStreamSection(nullptr, s.context), 0) << c.name;
+        EXPECT_EQ(s.host.Take(), SectionStart()) << c.name;
+        EXPECT_EQ(kz::ToContext(s.context)->sectionState, c.state) << c.name;
+        EXPECT_EQ(kz::ToContext(s.context)->tagPos, c.tagPos) << c.name;
+        EXPECT_EQ(s.file.seeks, seeks) << c.name;
+        EXPECT_EQ(s.file.reads, reads) << c.name;
+    }
+}
+
+}  // namespace
