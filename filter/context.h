@@ -9,6 +9,9 @@
 #include "kz_id3.h"
 #include "kz_sys.h"
 
+// Marks the names the module exports; everything else is hidden.
+#define KZ_EXPORT extern "C" __attribute__((visibility("default")))
+
 namespace kz {
 
 // Section states of the read driver.
