@@ -43,7 +43,7 @@ struct TagOptions {
     uint8_t revision = 0;
     uint8_t flags = 0;  // 0x80 unsynchronisation, 0x40 extended header, ...
     uint32_t padding = 0;
-    std::optional<uint32_t> declaredSize;  // overrides the computed tag size
+    std::optional<uint32_t> declaredSize{};  // overrides the computed tag size
 };
 // The 10-byte header "ID3", major, revision, flags, synchsafe size, then the
 // content (frames, and an extended header if the test writes one) and the

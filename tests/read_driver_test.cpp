@@ -1,0 +1,285 @@
+// The read driver: the ID3v1 trailer, tags one after another, the end of
+// content and reads in states that have no content.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "filter/context.h"
+#include "filter/read_driver.h"
+#include "kz_id3.h"
+#include "kz_sys.h"
+#include "recording_host.h"
+
+namespace {
+
+using namespace kztest;
+
+kz::ProcessContext* Ctx(Session& s) { return kz::ToContext(s.context); }
+
+// ---- ID3v1 trailer ---------------------------------------------------------------------
+
+TEST(Trailer, WorkedExampleGivesExactlyTheseCalls) {
+    Session s(SilentMpegFrames(3) + Id3v1({.title = "Song",
+                                           .artist = "Band",
+                                           .year = "1999",
+                                           .comment = "Hi",
+                                           .track = 3,
+                                           .genre = 17}));
+    s.Start();
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_EQ(s.host.Take(), TextField(0, 118, "Song") + TextField(1, 132, "Band") +
+                                 TextField(2, 105, "") + TextField(3, 150, "1999") +
+                                 TextField(4, 80, "Hi") + TextField(5, 139, "3") +
+                                 TextField(6, 108, "17") + EndBreak());
+    EXPECT_EQ(Ctx(s)->frameCount, 7u);
+    EXPECT_EQ(Ctx(s)->sectionState, kz::kContentFinished);
+}
+
+struct TrailerCase {
+    const char* name;
+    Bytes trailer;  // 128 bytes
+    Calls afterYear;  // comment, track and genre fields, numbered from 4
+    uint32_t frameCount;
+};
+
+Bytes Patched(Bytes trailer, std::initializer_list<std::pair<size_t, uint8_t>> bytes) {
+    for (const auto& [offset, value] : bytes) trailer[offset] = value;
+    return trailer;
+}
+
+TEST(Trailer, CommentTrackAndGenreRules) {
+    const Bytes v11abc = Id3v1({.comment = "abc", .track = 7});
+    const Bytes full30 = Id3v1({.comment = "123456789012345678901234567890", .genre = 5});
+    const TrailerCase cases[] = {
+        {"ID3v1.1 track 7", v11abc, TextField(4, 80, "abc") + TextField(5, 139, "7") + TextField(6, 108, ""), 7},
+        {"ID3v1.1 track 255", Id3v1({.track = 255, .genre = 0}),
+         TextField(4, 80, "") + TextField(5, 139, "255") + TextField(6, 108, "0"), 7},
+        {"ID3v1.1 track 10", Id3v1({.track = 10, .genre = 12}),
+         TextField(4, 80, "") + TextField(5, 139, "10") + TextField(6, 108, "12"), 7},
+        {"ID3v1.0 comment of 30 characters", full30,
+         TextField(4, 80, "123456789012345678901234567890") + TextField(5, 108, "5"), 6},
+        {"bytes 125 and 126 both zero", Id3v1({.comment = "abc", .genre = 254}),
+         TextField(4, 80, "abc") + TextField(5, 108, "254"), 6},
+        {"byte 125 set: no track", Patched(v11abc, {{125, 'X'}, {126, 5}}),
+         TextField(4, 80, "abcX\x05") + TextField(5, 108, ""), 6},
+        {"byte 125 set, byte 126 zero", Patched(v11abc, {{125, 'X'}, {126, 0}, {127, 100}}),
+         TextField(4, 80, "abcX") + TextField(5, 108, "100"), 6},
+        {"genre 9", Id3v1({.genre = 9}), TextField(4, 80, "") + TextField(5, 108, "9"), 6},
+        {"zero inside the comment", Patched(v11abc, {{98, 0}, {110, 'z'}}),
+         TextField(4, 80, "acz") + TextField(5, 139, "7") + TextField(6, 108, ""), 7},
+    };
+    for (const auto& c : cases) {
+        Session s(SilentMpegFrames(1) + c.trailer);
+        s.Start();
+        EXPECT_EQ(s.Read(), 0);
+        EXPECT_EQ(s.host.Take(), TextField(0, 118, "") + TextField(1, 132, "") +
+                                     TextField(2, 105, "") + TextField(3, 150, "") + c.afterYear +
+                                     EndBreak())
+            << c.name;
+        EXPECT_EQ(Ctx(s)->frameCount, c.frameCount) << c.name;
+    }
+}
+
+TEST(Trailer, TextBytesGoOutAsTheyAreAndZerosAreSkipped) {
+    Bytes trailer = Id3v1({.title = "A", .artist = "\xE9t\xE9", .year = "19"});
+    trailer[5] = 'B';     // title: A, zero, B
+    trailer[96] = '9';    // year: 1, 9, zero, 9
+    Session s(trailer);
+    s.Start();
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_EQ(s.host.Take(), TextField(0, 118, "AB") + TextField(1, 132, "\xE9t\xE9") +
+                                 TextField(2, 105, "") + TextField(3, 150, "199") +
+                                 TextField(4, 80, "") + TextField(5, 108, "") + EndBreak());
+}
+
+TEST(Trailer, UnreadableTrailerIsReportedOnce) {
+    Session s(SilentMpegFrames(1) + Id3v1({.title = "Song"}));
+    s.file.readLimit = [](uint32_t, uint32_t count) { return count == 125 ? 124u : count; };
+    s.Start();
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_EQ(s.host.Take(), Calls{"failure 9"} + EndBreak());
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_EQ(s.host.Take(), EndBreak());
+}
+
+TEST(Trailer, SectionStartedOnAFileWithNothingToRead) {
+    // Without a trailer the last 125 bytes are read as trailer fields all
+    // the same.
+    Bytes fake = Id3v1({.title = "X", .genre = 1});
+    fake[0] = 'N';
+    Session longFile(Bytes(20, 0) + fake);
+    EXPECT_EQ(longFile.Open(), VW_OPEN_NOTHING_TO_READ);
+    EXPECT_EQ(VwStreamSection(longFile.file.stream(), longFile.context), 0);
+    longFile.host.Take();
+    EXPECT_EQ(longFile.Read(), 0);
+    EXPECT_EQ(longFile.host.Take(), TextField(0, 118, "X") + TextField(1, 132, "") +
+                                        TextField(2, 105, "") + TextField(3, 150, "") +
+                                        TextField(4, 80, "") + TextField(5, 108, "1") + EndBreak());
+
+    Session shortFile(Bytes(50, 'a'));
+    EXPECT_EQ(shortFile.Open(), VW_OPEN_NOTHING_TO_READ);
+    EXPECT_EQ(VwStreamSection(shortFile.file.stream(), shortFile.context), 0);
+    shortFile.host.Take();
+    EXPECT_EQ(shortFile.Read(), 0);
+    EXPECT_EQ(shortFile.host.Take(), Calls{"failure 9"} + EndBreak());
+}
+
+// ---- Decimal digits ------------------------------------------------------------------------
+
+TEST(FormatDecimalByte, WritesDigitsAndNul) {
+    const std::pair<uint8_t, const char*> cases[] = {
+        {0, "0"}, {7, "7"}, {9, "9"}, {10, "10"}, {42, "42"}, {99, "99"},
+        {100, "100"}, {109, "109"}, {200, "200"}, {255, "255"},
+    };
+    for (const auto& [value, digits] : cases) {
+        char text[4] = {'x', 'x', 'x', 'x'};
+        kz::FormatDecimalByte(value, text);
+        EXPECT_STREQ(text, digits) << int(value);
+    }
+}
+
+// ---- Tags in sequence ---------------------------------------------------------------------
+
+Bytes TextBody(std::string_view text) { return Raw({0}) + Latin1(text); }
+
+Calls V1Fields(uint32_t first) {
+    return TextField(first, 118, "V") + TextField(first + 1, 132, "") +
+           TextField(first + 2, 105, "") + TextField(first + 3, 150, "") +
+           TextField(first + 4, 80, "") + TextField(first + 5, 108, "");
+}
+
+const std::string kLong(200, 'L');  // a size of at least 128 shows how it is coded
+
+struct FileCase {
+    const char* name;
+    Bytes file;
+    Calls expected;  // after the section start, up to and including the end break
+    uint32_t frameCount;
+};
+
+TEST(ReadDriver, WholeFiles) {
+    const Bytes audio = SilentMpegFrames(2);
+    const Bytes trailer = Id3v1({.title = "V"});
+    const Calls twoFrames = TextField(1, 118, "Song") + FrameBreak() +
+                            TextField(2, 132, kLong) + FrameBreak();
+    const FileCase cases[] = {
+        {"ID3v2.3",
+         Tag(3, Frame(3, "TIT2", TextBody("Song")) + Frame(3, "TPE1", TextBody(kLong))) + audio + trailer,
+         twoFrames + V1Fields(2) + EndBreak(), 8},
+        {"ID3v2.2",
+         Tag(2, Frame(2, "TT2", TextBody("Song")) + Frame(2, "TP1", TextBody(kLong))) + audio + trailer,
+         twoFrames + V1Fields(2) + EndBreak(), 8},
+        {"ID3v2.4",
+         Tag(4, Frame(4, "TIT2", TextBody("Song")) + Frame(4, "TPE1", TextBody(kLong))) + audio + trailer,
+         twoFrames + V1Fields(2) + EndBreak(), 8},
+        {"ID3v2.3 without trailer",
+         Tag(3, Frame(3, "TIT2", TextBody("Song")) + Frame(3, "TPE1", TextBody(kLong))) + audio,
+         twoFrames + EndBreak(), 2},
+        {"ID3v2.4 tag is the whole file",
+         Tag(4, Frame(4, "TIT2", TextBody("Song")) + Frame(4, "TPE1", TextBody(kLong))),
+         twoFrames + EndBreak(), 2},
+        {"two tags back to back, the first padded",
+         Tag(3, Frame(3, "TIT2", TextBody("A")), {.padding = 5}) +
+             Tag(4, Frame(4, "TPE1", TextBody("B"))) + audio + trailer,
+         TextField(1, 118, "A") + FrameBreak() + TextField(3, 132, "B") + FrameBreak() +
+             V1Fields(3) + EndBreak(),
+         9},
+        {"ID3v2.2 after ID3v2.4",
+         Tag(4, Frame(4, "TIT2", TextBody("A"))) + Tag(2, Frame(2, "TAL", TextBody("B"))) + audio,
+         TextField(1, 118, "A") + FrameBreak() + TextField(2, 105, "B") + FrameBreak() + EndBreak(), 2},
+        {"major 5 between two tags",
+         Tag(3, Frame(3, "TIT2", TextBody("A"))) + Tag(5, Frame(3, "TIT2", TextBody("X"))) +
+             Tag(4, Frame(4, "TPE1", TextBody("B"))) + audio + trailer,
+         TextField(1, 118, "A") + FrameBreak() + TextField(2, 132, "B") + FrameBreak() +
+             V1Fields(2) + EndBreak(),
+         8},
+        {"majors 5 and 1 between two tags",
+         Tag(3, Frame(3, "TIT2", TextBody("A"))) + Tag(5, Frame(3, "TIT2", TextBody("X"))) +
+             Tag(1, Frame(3, "TIT2", TextBody("Y"))) + Tag(3, Frame(3, "TPE1", TextBody("B"))),
+         TextField(1, 118, "A") + FrameBreak() + TextField(2, 132, "B") + FrameBreak() + EndBreak(), 2},
+        {"major 5 last, then trailer",
+         Tag(3, Frame(3, "TIT2", TextBody("A"))) + Tag(5, Frame(3, "TIT2", TextBody("X"))) + audio + trailer,
+         TextField(1, 118, "A") + FrameBreak() + V1Fields(1) + EndBreak(), 7},
+    };
+    for (const auto& c : cases) {
+        Session s(c.file);
+        s.Start();
+        EXPECT_EQ(s.Read(), 0) << c.name;
+        EXPECT_EQ(s.host.Take(), c.expected) << c.name;
+        EXPECT_EQ(Ctx(s)->frameCount, c.frameCount) << c.name;
+        EXPECT_EQ(Ctx(s)->sectionState, kz::kContentFinished) << c.name;
+    }
+}
+
+TEST(ReadDriver, EveryReadAfterTheEndRepeatsOnlyTheEndBreak) {
+    Session s(Tag(3, Frame(3, "TIT2", TextBody("A"))) + Id3v1({.title = "V"}));
+    s.Start();
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_EQ(s.host.Take(), TextField(1, 118, "A") + FrameBreak() + V1Fields(1) + EndBreak());
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(s.Read(), 0);
+        EXPECT_EQ(s.host.Take(), EndBreak());
+    }
+    EXPECT_EQ(Ctx(s)->frameCount, 7u);
+}
+
+TEST(ReadDriver, ReadWithoutSectionOrInUnknownStateDoesNothing) {
+    Session s(Tag(3, Frame(3, "TIT2", TextBody("A"))) + Id3v1({.title = "V"}));
+    EXPECT_EQ(s.Open(), VW_OPEN_OK);
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_TRUE(s.host.Take().empty());
+
+    EXPECT_EQ(VwStreamSection(s.file.stream(), s.context), 0);
+    s.host.Take();
+    VwSavedState block;
+    VwGetData(&block, s.context);
+    block.sectionState = 7;
+    VwSetData(&block, s.context);
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_TRUE(s.host.Take().empty());
+    EXPECT_EQ(Ctx(s)->sectionState, 7);
+}
+
+TEST(ReadDriver, DefaultAndMissingRoutinesReadToTheEnd) {
+    const Bytes file = Tag(3, Frame(3, "TIT2", TextBody("A")) + Frame(3, "TPE1", TextBody("B"))) +
+                       Id3v1({.title = "V", .track = 1});
+    for (bool localUp : {true, false}) {
+        VwContext* context = VwAllocProc();
+        ASSERT_NE(context, nullptr);
+        if (localUp) {
+            uint64_t out = 0;
+            VwLocalUp(0, &out, context);
+        }
+        MemoryStream stream(file);
+        KzFileInfo info{};
+        EXPECT_EQ(VwStreamOpen(stream.stream(), VW_FILETYPE_DEFAULT, 0, &info, context), 0);
+        EXPECT_EQ(VwStreamSection(stream.stream(), context), 0);
+        EXPECT_EQ(VwStreamRead(stream.stream(), context), 0);
+        EXPECT_EQ(kz::ToContext(context)->sectionState, kz::kContentFinished) << localUp;
+        EXPECT_EQ(kz::ToContext(context)->frameCount, 9u) << localUp;
+        VwFreeProc(context);
+    }
+}
+
+TEST(ReadDriver, ReopeningStartsNumberingAgain) {
+    Session s(Tag(3, Frame(3, "TIT2", TextBody("A"))) + Id3v1({.title = "V"}));
+    s.Start();
+    s.ReadToEnd();
+    s.host.Take();
+    s.Start();
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_EQ(s.host.Take(), TextField(1, 118, "A") + FrameBreak() + V1Fields(1) + EndBreak());
+}
+
+TEST(ReadDriver, SecondSectionStartKeepsTheFrameCount) {
+    Session s(Tag(3, Frame(3, "TIT2", TextBody("A"))));
+    s.Start();
+    s.ReadToEnd();
+    s.host.Take();
+    EXPECT_EQ(VwStreamSection(s.file.stream(), s.context), 0);
+    s.host.Take();
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_EQ(s.host.Take(), TextField(2, 118, "A") + FrameBreak() + EndBreak());
+}
+
+}  // namespace
