@@ -1,0 +1,280 @@
+// The frame walk: where it stops, how it counts, which identifiers it
+// dispatches, breaks and resumption, saved state and extended headers.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "filter/context.h"
+#include "kz_id3.h"
+#include "kz_sys.h"
+#include "recording_host.h"
+
+namespace {
+
+using namespace kztest;
+
+kz::ProcessContext* Ctx(Session& s) { return kz::ToContext(s.context); }
+
+Bytes TextBody(std::string_view text) { return Raw({0}) + Latin1(text); }
+
+// The trailer Id3v1({.title = "V"}) numbered from `first`.
+Calls V1Fields(uint32_t first) {
+    return TextField(first, 118, "V") + TextField(first + 1, 132, "") +
+           TextField(first + 2, 105, "") + TextField(first + 3, 150, "") +
+           TextField(first + 4, 80, "") + TextField(first + 5, 108, "");
+}
+
+const Bytes kTrailer = Id3v1({.title = "V"});
+const Bytes kFrameA = Frame(3, "TIT2", TextBody("A"));
+const Bytes kFrameB = Frame(3, "TPE1", TextBody("B"));
+
+struct WalkCase {
+    const char* name;
+    Bytes file;
+    Calls expected;  // after the section start, up to and including the end break
+    uint32_t frameCount;
+};
+
+void RunWalkCases(const std::vector<WalkCase>& cases) {
+    for (const auto& c : cases) {
+        Session s(c.file);
+        s.Start();
+        EXPECT_EQ(s.Read(), 0) << c.name;
+        EXPECT_EQ(s.host.Take(), c.expected) << c.name;
+        EXPECT_EQ(Ctx(s)->frameCount, c.frameCount) << c.name;
+    }
+}
+
+TEST(FrameWalk, StopConditionsAndTheCountTheyLeave) {
+    const Calls a1 = TextField(1, 118, "A") + FrameBreak();
+    RunWalkCases({
+        {"tag ends right after the last frame", Tag(3, kFrameA + kFrameB) + kTrailer,
+         a1 + TextField(2, 132, "B") + FrameBreak() + V1Fields(2) + EndBreak(), 8},
+        {"padding after the last frame", Tag(3, kFrameA + kFrameB, {.padding = 20}) + kTrailer,
+         a1 + TextField(2, 132, "B") + FrameBreak() + V1Fields(3) + EndBreak(), 9},
+        {"empty tag", Tag(3, {}) + kTrailer, V1Fields(0) + EndBreak(), 6},
+        {"padding only", Tag(3, {}, {.padding = 10}) + kTrailer, V1Fields(1) + EndBreak(), 7},
+        {"ID3v2.3 size with its top bit set",
+         Tag(3, kFrameA + Frame(3, "TPE1", TextBody("X"), 0x80000000u) + kFrameB) + kTrailer,
+         a1 + V1Fields(2) + EndBreak(), 8},
+        {"next header beyond 0x7FFFFFFF",
+         Tag(3, kFrameA + Frame(3, "TPE1", TextBody("X"), 0x7FFFFFF0u) + kFrameB) + kTrailer,
+         a1 + V1Fields(2) + EndBreak(), 8},
+        {"unknown frame reaching past the tag",
+         Tag(3, kFrameA + Frame(3, "XYZW", TextBody("X"), 0x7FFFFF00u)) + kTrailer,
+         a1 + FrameBreak() + V1Fields(1) + EndBreak(), 7},
+        {"header cut short by the end of the stream", Tag(3, kFrameA + Latin1("TPE1") + Raw({0, 0})),
+         a1 + EndBreak(), 2},
+        {"tag declared longer than the stream", Tag(3, kFrameA, {.declaredSize = 100}),
+         a1 + EndBreak(), 2},
+        {"body reaching past the tag is read whole",
+         Tag(3, Frame(3, "TIT2", TextBody("AB"), 5)) + Latin1("CD") + kTrailer,
+         TextField(1, 118, "ABCD") + FrameBreak() + V1Fields(1) + EndBreak(), 7},
+        {"known frame with an empty body", Tag(3, Frame(3, "TIT2", {}) + kFrameB) + kTrailer,
+         TextField(1, 118, "") + FrameBreak() + TextField(2, 132, "B") + FrameBreak() +
+             V1Fields(2) + EndBreak(),
+         8},
+        {"unknown frame between two known ones",
+         Tag(3, kFrameA + Frame(3, "TDRC", TextBody("2001")) + kFrameB) + kTrailer,
+         a1 + FrameBreak() + TextField(2, 132, "B") + FrameBreak() + V1Fields(2) + EndBreak(), 8},
+        {"ID3v2.4 size bytes lose their top bits",
+         Tag(4, Latin1("TIT2") + Raw({0x80, 0x80, 0x80, 0x83, 0, 0}) + TextBody("AB") +
+                    Frame(4, "TPE1", TextBody("B"))) + kTrailer,
+         TextField(1, 118, "AB") + FrameBreak() + TextField(2, 132, "B") + FrameBreak() +
+             V1Fields(2) + EndBreak(),
+         8},
+        {"ID3v2.2 size is 24 bits", Tag(2, Frame(2, "TT2", TextBody(std::string(300, 'x')))) + kTrailer,
+         TextField(1, 118, std::string(300, 'x')) + FrameBreak() + V1Fields(1) + EndBreak(), 7},
+    });
+}
+
+TEST(FrameWalk, DispatchOfTextIdentifiers) {
+    struct {
+        int major;
+        const char* id;
+        uint32_t field;  // 0: unknown, skipped
+    } const cases[] = {
+        {3, "TIT2", 118}, {4, "TIT2", 118}, {2, "TT2", 118},  {2, "TDI", 111},  {3, "TDLY", 111},
+        {2, "TDY", 0},    {2, "TRS", 144},  {2, "TRC", 0},    {3, "TSRC", 144}, {3, "TSOA", 145},
+        {3, "TMOO", 124}, {3, "TMED", 125}, {2, "TMT", 125},  {3, "TYER", 150}, {2, "TYE", 150},
+        {3, "TALB", 105}, {2, "TAL", 105},  {3, "TCON", 108}, {2, "TCO", 108},  {3, "TRCK", 139},
+        {2, "TRK", 139},  {4, "TDRC", 0},   {4, "TDOR", 0},   {3, "tit2", 0},   {3, "TT2 ", 0},
+        {2, "TIT", 0},    {4, "TSST", 149}, {4, "TIPL", 116}, {4, "TMCL", 123}, {2, "TXT", 113},
+    };
+    for (const auto& c : cases) {
+        Session s(Tag(c.major, Frame(c.major, c.id, TextBody("X"))) + kTrailer);
+        s.Start();
+        EXPECT_EQ(s.Read(), 0);
+        const Calls expected = c.field != 0
+            ? TextField(1, c.field, "X") + FrameBreak() + V1Fields(1) + EndBreak()
+            : FrameBreak() + V1Fields(0) + EndBreak();
+        EXPECT_EQ(s.host.Take(), expected) << c.major << " " << c.id;
+    }
+}
+
+TEST(FrameWalk, LargeBodyUsesAHostBlockAndSurvivesItsRefusal) {
+    const Bytes body = TextBody("A") + Raw({0}) + Latin1(std::string(19997, 'B'));
+    const Bytes file = Tag(3, Frame(3, "TIT2", body) + kFrameB);
+    for (bool refuse : {false, true}) {
+        Session s(file);
+        s.Start();
+        const int64_t live = KzSysLiveBlocks();
+        if (refuse) KzSysFailAllocationsAfter(0);
+        EXPECT_EQ(s.Read(), 0);
+        KzSysResetFaults();
+        const Calls content = refuse ? Calls{} : Chars("A") + Calls{"char 0"} + Chars(std::string(19997, 'B'));
+        EXPECT_EQ(s.host.Take(), BeginFrame(1, 118) + content + EndFrame(1) + FrameBreak() +
+                                     TextField(2, 132, "B") + FrameBreak() + EndBreak())
+            << refuse;
+        EXPECT_EQ(KzSysLiveBlocks(), live);
+    }
+}
+
+// ---- Breaks and resumption --------------------------------------------------------------
+
+const Bytes kFourFrames = Tag(3, kFrameA + kFrameB + Frame(3, "TALB", TextBody("C")) +
+                                     Frame(3, "TYER", TextBody("D"))) + kTrailer;
+const Calls kFourFramesCalls = TextField(1, 118, "A") + FrameBreak() + TextField(2, 132, "B") +
+                               FrameBreak() + TextField(3, 105, "C") + FrameBreak() +
+                               TextField(4, 150, "D") + FrameBreak() + V1Fields(4) + EndBreak();
+
+TEST(Breaks, StopAfterTheSecondFrameAndResume) {
+    Session s(kFourFrames);
+    s.Start();
+    s.host.StopAtFrameBreak(2);
+    EXPECT_EQ(s.Read(), 0);
+    const Calls first = s.host.Take();
+    EXPECT_EQ(first, Calls(kFourFramesCalls.begin(), kFourFramesCalls.begin() + 8));
+    EXPECT_EQ(Ctx(s)->sectionState, kz::kReadingFrames);
+    EXPECT_EQ(Ctx(s)->tagPos, 10u + 12u + 12u);  // the header of the third frame
+    EXPECT_EQ(Ctx(s)->frameCount, 2u);
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_EQ(first + s.host.Take(), kFourFramesCalls);
+}
+
+TEST(Breaks, OnlyTheLow16BitsOfTheAnswerCount) {
+    for (uint32_t status : {0x10000u, 0xFFFF0000u}) {
+        Session s(kFourFrames);
+        s.Start();
+        s.host.StopAtFrameBreak(2, status);
+        EXPECT_EQ(s.Read(), 0);
+        EXPECT_EQ(s.host.Take(), kFourFramesCalls) << std::hex << status;
+    }
+    Session s(kFourFrames);
+    s.Start();
+    s.host.StopAtFrameBreak(2, 0x10001u);
+    EXPECT_EQ(s.Read(), 0);
+    EXPECT_EQ(s.host.Take().size(), 8u);
+}
+
+TEST(Breaks, StoppingAtEveryFrameGivesThePlainOutput) {
+    const Bytes file = Tag(3, kFrameA + Frame(3, "TDRC", TextBody("1")) + kFrameB, {.padding = 4}) +
+                       Tag(2, Frame(2, "TAL", TextBody("C"))) + SilentMpegFrames(1) + kTrailer;
+    Session plain(file);
+    plain.Start();
+    EXPECT_EQ(plain.ReadToEnd(), 1);
+    const Calls expected = TextField(1, 118, "A") + FrameBreak() + FrameBreak() +
+                           TextField(2, 132, "B") + FrameBreak() + TextField(4, 105, "C") +
+                           FrameBreak() + V1Fields(4) + EndBreak();
+    EXPECT_EQ(plain.host.calls(), expected);
+
+    Session stopping(file);
+    stopping.Start();
+    stopping.host.StopAtEveryFrameBreak();
+    EXPECT_EQ(stopping.ReadToEnd(), 5);
+    EXPECT_EQ(stopping.host.calls(), expected);
+}
+
+// ---- Saved state -------------------------------------------------------------------------
+
+TEST(SavedState, RestoredBlockReplaysTheSameFrames) {
+    Session s(kFourFrames);
+    s.Start();
+    s.host.StopAtFrameBreak(2);
+    EXPECT_EQ(s.Read(), 0);
+    s.host.Take();
+    s.host.breakAnswer = nullptr;
+
+    EXPECT_EQ(VwStreamTell(s.file.stream(), s.context), 0);
+    EXPECT_EQ(Ctx(s)->savedPos, s.file.position());
+    VwSavedState block;
+    VwGetData(&block, s.context);
+    EXPECT_EQ(std::memcmp(&block, Ctx(s), sizeof block), 0);
+
+    s.ReadToEnd();
+    const Calls rest = s.host.Take();
+    EXPECT_EQ(rest, Calls(kFourFramesCalls.begin() + 8, kFourFramesCalls.end()));
+
+    VwSetData(&block, s.context);
+    EXPECT_EQ(VwStreamSeek(s.file.stream(), s.context), 0);
+    EXPECT_EQ(s.file.position(), block.savedPos);
+    s.ReadToEnd();
+    EXPECT_EQ(s.host.Take(), rest);
+}
+
+TEST(SavedState, SetDataCopiesExactlyTheLeadingBlock) {
+    Session s(kFourFrames);
+    s.Start();
+    VwSavedState block;
+    std::memset(&block, 0x3C, sizeof block);
+    const uint16_t fileType = Ctx(s)->fileType;
+    VwSetData(&block, s.context);
+    EXPECT_EQ(std::memcmp(Ctx(s), &block, sizeof block), 0);
+    EXPECT_EQ(Ctx(s)->fileType, fileType);
+    VwSavedState copy;
+    VwGetData(&copy, s.context);
+    EXPECT_EQ(std::memcmp(&copy, &block, sizeof block), 0);
+}
+
+TEST(SavedState, StreamSeekReturnsTheStreamsAnswer) {
+    Session s(kFourFrames);
+    s.Start();
+    s.file.set_position(25);
+    EXPECT_EQ(VwStreamTell(s.file.stream(), s.context), 0);
+    s.file.set_position(3);
+    EXPECT_EQ(VwStreamSeek(s.file.stream(), s.context), 0);
+    EXPECT_EQ(s.file.position(), 25u);
+    Ctx(s)->savedPos = static_cast<uint32_t>(kFourFrames.size()) + 1;
+    EXPECT_EQ(VwStreamSeek(s.file.stream(), s.context), -1);
+    EXPECT_EQ(s.file.position(), 25u);
+}
+
+// ---- Extended header ------------------------------------------------------------------------
+
+TEST(ExtendedHeader, SizeRulePerVersion) {
+    const TagOptions ext{.flags = 0x40};
+    const Bytes nextTag = Tag(3, kFrameB);
+    const Calls a1 = TextField(1, 118, "A") + FrameBreak();
+    const Calls skipped = TextField(1, 132, "B") + FrameBreak() + V1Fields(1) + EndBreak();
+    RunWalkCases({
+        {"ID3v2.3 size 6, not counting itself",
+         Tag(3, BigEndian32(6) + Zeros(6) + kFrameA, ext) + kTrailer, a1 + V1Fields(1) + EndBreak(), 7},
+        {"ID3v2.3 size 130 is plain",
+         Tag(3, BigEndian32(130) + Zeros(130) + kFrameA, ext) + kTrailer,
+         a1 + V1Fields(1) + EndBreak(), 7},
+        {"ID3v2.4 size 10, counting itself",
+         Tag(4, Synchsafe(10) + Zeros(6) + Frame(4, "TIT2", TextBody("A")), ext) + kTrailer,
+         a1 + V1Fields(1) + EndBreak(), 7},
+        {"ID3v2.4 size 130 is synchsafe",
+         Tag(4, Synchsafe(130) + Zeros(126) + Frame(4, "TIT2", TextBody("A")), ext) + kTrailer,
+         a1 + V1Fields(1) + EndBreak(), 7},
+        {"ID3v2.4 size 4: nothing after it",
+         Tag(4, Synchsafe(4) + Frame(4, "TIT2", TextBody("A")), ext) + kTrailer,
+         a1 + V1Fields(1) + EndBreak(), 7},
+        {"ID3v2.4 size below 4", Tag(4, Synchsafe(3) + Zeros(3) + kFrameA, ext) + nextTag + kTrailer,
+         skipped, 7},
+        {"ID3v2.2 has no extended header", Tag(2, Frame(2, "TT2", TextBody("A")), ext) + nextTag + kTrailer,
+         skipped, 7},
+        {"ID3v2.3 size past 0x7FFFFFFF", Tag(3, BigEndian32(0x7FFFFFF2u) + kFrameA, ext) + nextTag + kTrailer,
+         skipped, 7},
+        {"ID3v2.3 size that wraps 32 bits", Tag(3, BigEndian32(0xFFFFFFF8u) + kFrameA, ext) + nextTag + kTrailer,
+         skipped, 7},
+        {"ID3v2.3 size cut short", Tag(3, Raw({0, 0}), {.flags = 0x40, .declaredSize = 20}),
+         EndBreak(), 0},
+        {"ID3v2.4 size cut short", Tag(4, Raw({0, 0, 0}), {.flags = 0x40, .declaredSize = 20}),
+         EndBreak(), 0},
+    });
+}
+
+}  // namespace
