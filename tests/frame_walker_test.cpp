@@ -84,6 +84,9 @@ TEST(FrameWalk, StopConditionsAndTheCountTheyLeave) {
          TextField(1, 118, "AB") + FrameBreak() + TextField(2, 132, "B") + FrameBreak() +
              V1Fields(2) + EndBreak(),
          8},
+        {"UTF-16 text frame emits its first string only",
+         Tag(3, Frame(3, "TPE1", Raw({1, 0xFF, 0xFE, 0x41, 0, 0, 0, 0x42, 0}))) + kTrailer,
+         BeginFrame(1, 132) + Utf16(Chars("A")) + EndFrame(1) + FrameBreak() + V1Fields(1) + EndBreak(), 7},
         {"ID3v2.2 size is 24 bits", Tag(2, Frame(2, "TT2", TextBody(std::string(300, 'x')))) + kTrailer,
          TextField(1, 118, std::string(300, 'x')) + FrameBreak() + V1Fields(1) + EndBreak(), 7},
     });
