@@ -1,0 +1,243 @@
+#include "options.h"
+
+#include <charconv>
+#include <limits>
+#include <string_view>
+
+namespace kzdump {
+
+namespace {
+
+constexpr unsigned kMaxJobs = 256;
+
+// A whole argument as an unsigned decimal number within [low, high].
+bool ParseNumber(std::string_view text, uint64_t low, uint64_t high, uint64_t& value) {
+    if (text.empty()) return false;
+    const char* end = text.data() + text.size();
+    auto [stop, ec] = std::from_chars(text.data(), end, value);
+    return ec == std::errc() && stop == end && value >= low && value <= high;
+}
+
+struct ValueOption {
+    std::string_view longName;
+    char shortName;
+};
+
+constexpr ValueOption kValueOptions[] = {
+    {"--jobs", 'j'}, {"--stop-every", '\0'}, {"--type", '\0'}, {"--filter", '\0'}};
+
+// Splits "--name=value", "--name value", "-jN" and "-j N" forms.  Returns
+// false when `arg` is not a value option; sets `missing` when it is one but
+// no value follows.
+bool TakeValue(std::string_view arg, int& index, int argc, char** argv, std::string_view& name,
+               std::string_view& value, bool& missing) {
+    for (const ValueOption& option : kValueOptions) {
+        const std::string_view longName = option.longName;
+        if (arg.starts_with(longName) && arg.size() > longName.size() &&
+            arg[longName.size()] == '=') {
+            name = longName;
+            value = arg.substr(longName.size() + 1);
+            return true;
+        }
+        const bool shortForm = option.shortName != '\0' && arg.size() >= 2 && arg[0] == '-' &&
+                               arg[1] == option.shortName;
+        if (arg == longName || (shortForm && arg.size() == 2)) {
+            name = longName;
+            if (index + 1 >= argc) {
+                missing = true;
+            } else {
+                value = argv[++index];
+            }
+            return true;
+        }
+        if (shortForm) {
+            name = longName;
+            value = arg.substr(2);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool ApplyValue(std::string_view name, std::string_view value, Options& options,
+                std::string& error) {
+    uint64_t number = 0;
+    if (name == "--filter") {
+        if (value.empty()) {
+            error = "--filter needs a path";
+            return false;
+        }
+        options.filterPath = value;
+        return true;
+    }
+    if (name == "--jobs") {
+        if (!ParseNumber(value, 1, kMaxJobs, number)) {
+            error = "bad number for -j: '" + std::string(value) + "' (1 to 256)";
+            return false;
+        }
+        options.jobs = static_cast<unsigned>(number);
+        return true;
+    }
+    if (name == "--stop-every") {
+        if (!ParseNumber(value, 1, std::numeric_limits<uint32_t>::max(), number)) {
+            error = "bad number for --stop-every: '" + std::string(value) + "' (1 or more)";
+            return false;
+        }
+        options.stopEvery = static_cast<uint32_t>(number);
+        return true;
+    }
+    if (!ParseNumber(value, 0, std::numeric_limits<uint16_t>::max(), number)) {
+        error = "bad number for --type: '" + std::string(value) + "' (0 to 65535)";
+        return false;
+    }
+    options.fileType = static_cast<uint16_t>(number);
+    return true;
+}
+
+}  // namespace
+
+bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
+    bool jsonSeen = false;
+    bool traceSeen = false;
+    bool optionsEnded = false;
+    for (int index = 1; index < argc; ++index) {
+        const std::string_view arg = argv[index];
+        if (optionsEnded || arg == "-" || !arg.starts_with('-')) {
+            options.paths.emplace_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            optionsEnded = true;
+            continue;
+        }
+        if (arg == "--help" || arg == "-h") {
+            options.help = true;
+            continue;
+        }
+        if (arg == "--json") {
+            jsonSeen = true;
+            options.mode = OutputMode::Json;
+            continue;
+        }
+        if (arg == "--trace") {
+            traceSeen = true;
+            options.mode = OutputMode::Trace;
+            continue;
+        }
+        if (arg == "-r" || arg == "--recursive") {
+            options.recursive = true;
+            continue;
+        }
+        std::string_view name;
+        std::string_view value;
+        bool missing = false;
+        if (!TakeValue(arg, index, argc, argv, name, value, missing)) {
+            error = "unknown option '" + std::string(arg) + "'";
+            return false;
+        }
+        if (missing) {
+            error = "option '" + std::string(arg) + "' needs a value";
+            return false;
+        }
+        if (!ApplyValue(name, value, options, error)) return false;
+    }
+    if (jsonSeen && traceSeen) {
+        error = "--json and --trace cannot be combined";
+        return false;
+    }
+    if (!options.help && options.paths.empty()) {
+        error = "no file given";
+        return false;
+    }
+    return true;
+}
+
+const char* HelpText() {
+    return R"HELP(Usage: kzdump [OPTIONS] PATH...
+
+Loads the ID3 filter module libkz_id3.so the way a host engine does and shows,
+for each file, every field the module delivers.
+
+Options:
+  --json            JSON Lines: one object per file (see below)
+  --trace           every call the module makes into the host, one per line,
+                    with its arguments as received
+  -r, --recursive   read the files under each directory PATH (sorted by name,
+                    directories entered in the same order; symbolic links to
+                    directories are not followed)
+  -j, --jobs N      N worker threads (1 to 256, default 1), each with its own
+                    module context; the output order is the order of the
+                    arguments and of the sorted walk whatever N is
+  --stop-every K    answer "stop" at every K-th frame break, and between read
+                    calls save the module's state (VwStreamTell, VwGetData)
+                    and restore it (VwSetData, VwStreamSeek); the output is
+                    the same as without this option
+  --type N          file type identifier passed when opening (default 1707,
+                    "MPEG-1 audio - Layer 3, ID3v2.x"; the module knows 1706
+                    to 1715 and names no other)
+  --filter PATH     load this module instead of the libkz_id3.so found next
+                    to kzdump or in ../lib relative to it
+  -h, --help        this text
+  --                end of options: every later argument is a path
+
+Text output (default):
+  A header line per file: the path, then the type name the module wrote into
+  the file information record ("no tags" is added when the module found
+  nothing to read).  Then one line per field, in the order delivered:
+    TIT2: value          an ID3v2 frame, shown by the four-letter identifier
+                         of its field number (ID3v2.2 frames such as TT2 share
+                         the numbers of their four-letter counterparts)
+    ID3v1 title: value   a field of the ID3v1 trailer (title, artist, album,
+                         year, comment, track, genre)
+    TXXX "desc": value   a user-defined field (field number 500 and above,
+                         its description in a string tag)
+    (outside any field): text delivered outside every field (the involved
+                         people list, IPLS, has no field of its own)
+  Rules the host applies, since the module does not pass frame identifiers:
+  - ID3v1 fields: the fields that arrive after the last frame break and
+    before the end break.  Every ID3v2 frame is followed by a frame break and
+    the trailer's fields are not, so this rule is exact.
+  - TXXX or WXXX: the module switches to UTF-16 for a TXXX value whenever the
+    frame's encoding is UTF-16, while a WXXX URL is always single bytes.  So
+    a field whose value follows a switch to UTF-16 is TXXX, a field whose
+    description is UTF-16 and whose value is not is WXXX, and a field with a
+    single-byte description cannot be told apart: it shows as TXXX/WXXX.
+  - Other string tags inside a field are shown in place as [text].
+  Characters are decoded by the character set in force: single-byte codes as
+  ISO-8859-1, UTF-16 units with surrogate pairs joined (a lone half becomes
+  U+FFFD), and written as UTF-8.  Control characters are escaped as \xNN,
+  U+FEFF, U+2028, U+2029, U+FFFE and U+FFFF as \uNNNN, a backslash as \\ (and
+  a quote in a description as \"), so the output is always printable.  A line
+  break delivered by the module continues the value on the next line,
+  indented by four spaces.  A failure the module reports shows as a line
+  "(failure N reported by the module)"; 9 means the ID3v1 trailer could not be
+  read whole.  Field numbers without an identifier show as "field N".
+
+JSON output (--json), one object per file:
+  {"path":..., "status": open status (0, or 51 for nothing to read),
+   "type": type name, "fields": [...], "end": true when the end break came}
+  Each entry of "fields" is one of
+    {"tag": tag number, "field": field number, "id": identifier as in the
+     text output, "text": decoded value, "codes": [character codes],
+     "strings": [{"tag":..., "text":..., "codes": [...]}] (string tags inside
+     the field, not part of "text"), "description": text of the first string
+     (user-defined fields only)}
+    {"outside": true, "text": ..., "codes": [...]}
+    {"failure": N}
+  "codes" are the exact codes the module passed to SOOutChar; a line break
+  (SOOutSpecial 5) appears as -5.  A file that could not be opened gives
+  {"path":..., "error": reason}.
+
+Exit status:
+  0  every file was read
+  1  some file could not be read: missing, unreadable, not a regular file, a
+     directory without -r, larger than 4 GiB, no tags found (open status 51
+     or another non-zero status), or the module did not finish it
+  2  bad usage (unknown option, bad number, no path), or the module could not
+     be loaded or lacks VwGetRtns or an entry point
+Errors are reported on stderr, one line each, naming the path; the other
+files are still read.
+)HELP";
+}
+
+}  // namespace kzdump

@@ -1,0 +1,32 @@
+// Command line of kzdump.
+#ifndef KZDUMP_OPTIONS_H
+#define KZDUMP_OPTIONS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kzdump {
+
+enum class OutputMode { Text, Json, Trace };
+
+struct Options {
+    OutputMode mode = OutputMode::Text;
+    bool recursive = false;
+    bool help = false;
+    unsigned jobs = 1;
+    uint32_t stopEvery = 0;  // 0: never answer a frame break with "stop"
+    uint16_t fileType = 1707;
+    std::string filterPath;  // empty: the module installed next to kzdump
+    std::vector<std::string> paths;
+};
+
+// Fills `options` from the arguments; on bad usage returns false with a
+// one-line reason in `error`.
+bool ParseOptions(int argc, char** argv, Options& options, std::string& error);
+
+const char* HelpText();
+
+}  // namespace kzdump
+
+#endif  // KZDUMP_OPTIONS_H
