@@ -1,0 +1,195 @@
+// Frame bodies in a host block: failed allocations, bodies above 16,383 and
+// above 65,535 bytes; a tag holding every kind of frame; the byte order
+// that UTF-16 strings leave behind.
+#include "frame_cases.h"
+#include "kz_sys.h"
+
+namespace kztest {
+namespace {
+
+Bytes Fill(size_t count, uint8_t byte) { return Bytes(count, byte); }
+Calls Same(size_t count, uint32_t code) { return Repeat(Codes({code}), count); }
+
+// Allocation failures stop at the end of the test, whatever it asserts.
+struct FailingAllocations {
+    FailingAllocations() { KzSysFailAllocationsAfter(0); }
+    ~FailingAllocations() { KzSysResetFaults(); }
+};
+
+}  // namespace
+
+// A body that needs a host block when none can be had: the field is empty,
+// and the next frame is still read where it begins.
+TEST(FrameAllocationFailure, EmptyFieldAndNextFrameReadRight) {
+    struct Row {
+        int major;
+        const char* id;
+        uint32_t field;  // 0: no field (IPLS), 500: numbered by the frame
+    };
+    const Row rows[] = {
+        {3, "TIT2", 118}, {2, "TT2", 118},  {3, "AENC", 77},  {3, "APIC", 78},  {4, "ASPI", 79},
+        {3, "PCNT", 94},  {4, "SEEK", 101}, {3, "WOAR", 157}, {2, "WPB", 161},  {3, "TXXX", 500},
+        {2, "WXX", 500},  {3, "COMM", 80},  {2, "ULT", 153},  {3, "COMR", 81},  {3, "OWNE", 92},
+        {3, "USER", 152}, {3, "GEOB", 86},  {3, "ENCR", 82},  {3, "GRID", 87},  {3, "IPLS", 0},
+        {2, "IPL", 0},    {3, "LINK", 89},  {3, "POPM", 95},  {3, "PRIV", 93},  {2, "UFI", 151},
+        {3, "SYLT", 103}, {2, "ETC", 85},   {4, "EQU2", 84},  {3, "EQUA", 83},  {4, "RVA2", 99},
+        {3, "RVAD", 98},  {3, "RVRB", 100}, {2, "BUF", 97},   {3, "MLLT", 91},  {3, "POSS", 96},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.id);
+        Session s(Tag(row.major, Frame(row.major, row.id, Fill(20000, 'a')) + TitleFrame(row.major)));
+        s.Start();
+        const int64_t liveBlocks = KzSysLiveBlocks();
+        {
+            const FailingAllocations failing;
+            s.ReadToEnd();
+        }
+        EXPECT_EQ(KzSysLiveBlocks(), liveBlocks);
+        Calls empty;
+        if (row.field == 500) empty = Calls{"begin F 501 501", "end F 501"};
+        if (row.field != 0 && row.field != 500) empty = Field(row.field, {});
+        EXPECT_EQ(s.host.Take(), empty + AfterCase(1));
+    }
+}
+
+// Up to 16,383 bytes a body goes to frameBuffer; above, to a host block that
+// is released before the next frame.  Single-byte text drops its zero bytes
+// in the first and keeps them in the second.
+TEST(FrameHostBlock, TextZeroBytesDependOnWhereTheBodyLies) {
+    for (const size_t size : {100u, 16383u, 16384u, 20000u}) {
+        SCOPED_TRACE(size);
+        const Bytes body = Raw({0}) + Latin1("abcdefghi") + Raw({0}) + Fill(size - 11, 'x');
+        Session s(Tag(3, Frame(3, "TIT2", body) + TitleFrame(3)));
+        s.Start();
+        const int64_t allocations = KzSysAllocationCount();
+        const int64_t liveBlocks = KzSysLiveBlocks();
+        s.ReadToEnd();
+        EXPECT_EQ(KzSysAllocationCount() - allocations, size > 16383 ? 1 : 0);
+        EXPECT_EQ(KzSysLiveBlocks(), liveBlocks);
+        const Calls zero = size > 16383 ? Codes({0}) : Calls{};
+        ExpectCalls(s.host.Take(), Field(118, Chars("abcdefghi") + zero + Same(size - 11, 'x')) + AfterCase(1));
+    }
+}
+
+namespace {
+
+// Bodies in a host block, most of them beyond 65,535 bytes: every string
+// and every loop runs to the true end of the body.
+std::vector<FrameCase> LargeCases() {
+    constexpr size_t kBig = 70001;  // odd: whole EQUA units after byte 0
+    const Bytes tail = Fill(kBig - 8, 'x');
+    const Calls tailOut = Same(kBig - 8, 'x');
+    Bytes pairs = Raw({1, 0xFF, 0xFE, 'a', 0, 0, 0, 0xFF, 0xFE, 'b', 0, 0, 0});
+    for (int i = 0; i < 2732; ++i) pairs += Raw({0xFF, 0xFE, 'c', 0, 0, 0});
+    return {
+        {"TIT2_above_65535", 3, "TIT2", Raw({0}) + Fill(65540, 'x') + Raw({0, 'y'}),
+         Field(118, Same(65540, 'x') + Codes({0, 'y'}))},
+        {"COMM_text_without_terminator", 3, "COMM", Raw({0, 'e', 'n', 'g', 'd', 0, 'a', 0x0A}) + tail,
+         Field(80, Chars("d a") + LineBreak() + tailOut)},
+        {"TXXX_value_to_body_end", 3, "TXXX", Raw({0, 'd', 0, 0, 0, 0, 0, 0}) + tail,
+         UserField(Chars("d"), Same(5, 0) + tailOut)},
+        {"WOAR_every_byte", 3, "WOAR", Fill(kBig, 'u'), Field(157, Same(kBig, 'u'))},
+        {"GEOB_mime_without_terminator", 3, "GEOB", Raw({0}) + Fill(kBig - 1, 'm'),
+         Field(86, Same(kBig - 1, 'm') + Chars("  "))},
+        {"IPLS_one_string_at_a_time", 3, "IPLS", Raw({0, 'a', 0, 'b', 0, 'c', 0}) + Fill(16384 - 7, 0),
+         Chars("a b c ") + Same(16384 - 7, ' ')},
+        {"IPLS_utf16_pairs", 3, "IPLS", pairs, Utf16(Chars("a b ") + Repeat(Chars("c "), 2732))},
+        {"UFID_identifier_to_body_end", 3, "UFID", Raw({'o', 0}) + Fill(kBig - 2, 0xB7),
+         Field(151, Chars("o ") + Same(kBig - 2, 0xB7))},
+        {"POPM_counter_to_body_end", 3, "POPM", Raw({'e', 0, 0xC4}) + Fill(kBig - 3, 1),
+         Field(95, Codes({'e', 0x20, 0xC4, 0x20}) + Same(kBig - 3, 1))},
+        {"SYLT_item_to_body_end", 3, "SYLT", Raw({0, 'e', 'n', 'g', 2, 1, 'd', 0}) + tail,
+         Field(103, Chars("d ") + Same(kBig - 9, 'x'))},
+        {"ETCO_every_byte_spaced", 3, "ETCO", Raw({2}) + Fill(kBig - 1, 9), Field(85, Repeat(Codes({9, 0x20}), kBig - 1))},
+        {"EQUA_every_unit", 3, "EQUA", Raw({0x10}) + Fill(kBig - 1, 0x81),
+         Field(83, Codes({0x10, 0x20}) + Repeat(Codes({0x80, 0x20, 1, 0x20, 0x81, 0x20}), (kBig - 1) / 2))},
+        {"RVA2_every_record", 4, "RVA2", Raw({'v', 0}) + Fill(70000, 5),
+         Field(99, Chars("v") + Repeat(Codes({5, 0x20, 5, 5, 0x20, 5, 0x20, 5, 0x20}), 14000))},
+        {"MLLT_table_to_body_end", 3, "MLLT", Fill(kBig, 3),
+         Field(91, Codes({3, 3, 0x20, 3, 3, 3, 0x20, 3, 3, 3, 0x20}) + Same(kBig - 8, 3))},
+        {"RBUF_fixed_fields_only", 3, "RBUF", Fill(kBig, 4), Field(97, Codes({4, 4, 4, 0x20, 4, 0x20, 4, 4, 4, 4}))},
+    };
+}
+
+}  // namespace
+
+TEST(FrameLargeBodies, EveryLoopRunsToTheBodyEnd) {
+    for (const FrameCase& c : LargeCases()) {
+        SCOPED_TRACE(c.name);
+        ExpectCalls(ReadTag(c.major, Frame(c.major, c.id, c.body) + TitleFrame(c.major)),
+                    c.expected + AfterCase(1));
+    }
+}
+
+namespace {
+
+// A case's calls as frame number n of a tag.
+Calls Renumbered(const Calls& calls, uint32_t n) {
+    const std::string frame = std::to_string(n);
+    const std::string user = std::to_string(500 + n);
+    Calls out;
+    for (const std::string& call : calls) {
+        if (call.starts_with("begin F 501 ")) {
+            out.push_back("begin F " + user + " " + user);
+        } else if (call == "end F 501") {
+            out.push_back("end F " + user);
+        } else if (call == "begin S 501 501") {
+            out.push_back("begin S " + user + " " + user);
+        } else if (call.starts_with("begin F 1 ")) {
+            out.push_back("begin F " + frame + call.substr(9));
+        } else if (call == "end F 1") {
+            out.push_back("end F " + frame);
+        } else {
+            out.push_back(call);
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+// Every case of every handler, one after another in one tag (the ID3v2.2
+// cases in one of their own): each frame gives what it gives alone, so no
+// handler depends on what an earlier frame left in the context.
+TEST(FrameEveryKind, OneTagHoldingEveryCase) {
+    for (const int major : {2, 3}) {
+        SCOPED_TRACE(major);
+        Bytes frames;
+        Calls expected;
+        uint32_t n = 0;
+        for (const auto* table : {&TextAndLinkCases(), &DescriptiveCases(), &TimingCases()}) {
+            for (const FrameCase& c : *table) {
+                if ((c.major == 2) != (major == 2)) continue;
+                frames += Frame(major, c.id, c.body);
+                expected += Renumbered(c.expected, ++n) + FrameBreak();
+            }
+        }
+        ExpectCalls(ReadTag(major, frames), expected + EndBreak());
+    }
+}
+
+// The byte order of the last UTF-16 mark read stays in the context; a mark
+// that does not lie wholly inside its body leaves it alone.
+TEST(FrameUtf16Order, FollowsTheLastMarkRead) {
+    struct Row {
+        Bytes frames;
+        uint16_t order;
+    };
+    const Bytes little = Frame(3, "TPE1", Raw({1, 0xFF, 0xFE, 'A', 0}));
+    const Row rows[] = {
+        {little, 1},
+        {Frame(3, "TPE1", Raw({1, 0xFE, 0xFF, 0, 'A'})), 2},
+        {Frame(3, "TPE1", Raw({1, 0x12, 0x34})), 2},
+        {Frame(3, "APIC", Raw({1, 0, 3, 0xFF, 0xFE, 'A', 0})), 1},
+        {Frame(3, "SYLT", Raw({1, 'e', 'n', 'g', 2, 1, 0xFE, 0xFF, 0, 0})), 2},
+        {little + Frame(3, "TIT2", Raw({1, 0xFE})), 1},
+    };
+    for (const Row& row : rows) {
+        Session s(Tag(3, row.frames));
+        s.Start();
+        s.ReadToEnd();
+        EXPECT_EQ(kz::ToContext(s.context)->utf16Order, row.order);
+    }
+}
+
+}  // namespace kztest

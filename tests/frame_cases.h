@@ -1,0 +1,104 @@
+// The frame handler tests: a case is one frame (tag version, identifier,
+// body) and the exact host calls expected for it as the first frame of a
+// tag.  Every case is read whole through the module, and a small title frame
+// follows it: its output shows that the next header was read right where the
+// case's body ended.
+#ifndef KZ_TESTS_FRAME_CASES_H
+#define KZ_TESTS_FRAME_CASES_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "filter/context.h"
+#include "recording_host.h"
+
+namespace kztest {
+
+struct FrameCase {
+    std::string name;
+    int major;
+    std::string id;
+    Bytes body;
+    Calls expected;  // as frame number 1
+};
+
+inline void PrintTo(const FrameCase& c, std::ostream* os) { *os << c.name; }
+inline std::string CaseName(const ::testing::TestParamInfo<FrameCase>& info) {
+    return info.param.name;
+}
+
+// The case tables, one per group of handlers.
+const std::vector<FrameCase>& TextAndLinkCases();
+const std::vector<FrameCase>& DescriptiveCases();
+const std::vector<FrameCase>& TimingCases();
+
+// One "char" call per code, in hex as the recording host writes it.
+inline Calls Codes(std::initializer_list<uint32_t> codes) {
+    Calls out;
+    for (const uint32_t code : codes) {
+        char text[16];
+        std::snprintf(text, sizeof text, "char %x", code);
+        out.push_back(text);
+    }
+    return out;
+}
+inline Calls Sp() { return Codes({0x20}); }
+inline Calls LineBreak() { return {"special 5"}; }
+inline Calls Repeat(const Calls& calls, size_t times) {
+    Calls out;
+    for (size_t i = 0; i < times; ++i) out += calls;
+    return out;
+}
+
+// The field of frame number 1.
+inline Calls Field(uint32_t field, const Calls& content) {
+    return BeginFrame(1, field) + content + EndFrame(1);
+}
+// A user-defined frame as frame number 1: field and description numbered 501.
+inline Calls UserField(const Calls& description, const Calls& value) {
+    return Calls{"begin F 501 501", "begin S 501 501"} + description +
+           Calls{"end S ffffffff"} + value + Calls{"end F 501"};
+}
+
+// Every call of a whole read of one tag.  frameBuffer is filled with 0xEE
+// once the stream is open, so a byte taken from outside a body would show.
+inline Calls ReadTag(int major, const Bytes& frames) {
+    Session s(Tag(major, frames));
+    s.Start();
+    std::memset(kz::ToContext(s.context)->frameBuffer, 0xEE, kz::kFrameBufferSize);
+    s.ReadToEnd();
+    return s.host.Take();
+}
+
+inline Bytes TitleFrame(int major) { return Frame(major, major == 2 ? "TT2" : "TIT2", Raw({0, 'Z'})); }
+// What the title frame after `frames` frames gives, and the end of the read.
+inline Calls AfterCase(uint32_t frames) {
+    return FrameBreak() + TextField(frames + 1, 118, "Z") + FrameBreak() + EndBreak();
+}
+
+// Compares call lists; for long ones only the first difference is shown.
+inline void ExpectCalls(const Calls& actual, const Calls& expected) {
+    if (actual.size() < 200 && expected.size() < 200) {
+        EXPECT_EQ(actual, expected);
+        return;
+    }
+    size_t i = 0;
+    while (i < actual.size() && i < expected.size() && actual[i] == expected[i]) ++i;
+    if (i == actual.size() && i == expected.size()) return;
+    ADD_FAILURE() << "calls differ at " << i << " of " << actual.size() << " (expected "
+                  << expected.size() << "): " << (i < actual.size() ? actual[i] : "<end>")
+                  << " instead of " << (i < expected.size() ? expected[i] : "<end>");
+}
+
+class FrameRows : public ::testing::TestWithParam<FrameCase> {};
+
+}  // namespace kztest
+
+#endif  // KZ_TESTS_FRAME_CASES_H
