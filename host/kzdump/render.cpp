@@ -214,7 +214,8 @@ void AppendJsonChar(char32_t cp, std::string& out) {
         case U'\r': out += "\\r"; return;
         default: break;
     }
-    if (cp < 0x20 || cp == 0x7F) {
+    // Control and invisible characters escaped: a line stays printable.
+    if (IsControl(cp) || IsInvisible(cp)) {
         out += "\\u";
         AppendHex(cp, 4, out);
         return;
