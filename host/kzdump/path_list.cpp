@@ -17,18 +17,19 @@ void Walk(const fs::path& directory, std::vector<Job>& jobs) {
         jobs.push_back(Job{directory.string(), "cannot read the directory: " + ec.message()});
         return;
     }
-    std::vector<fs::path> entries;
-    for (const fs::directory_entry& entry : it) entries.push_back(entry.path());
-    std::sort(entries.begin(), entries.end(), [](const fs::path& a, const fs::path& b) {
-        return a.filename().native() < b.filename().native();
-    });
-    for (const fs::path& entry : entries) {
+    // The entries carry their type from the directory listing: no stat each.
+    std::vector<fs::directory_entry> entries;
+    for (const fs::directory_entry& entry : it) entries.push_back(entry);
+    std::sort(entries.begin(), entries.end(),
+              [](const fs::directory_entry& a, const fs::directory_entry& b) {
+                  return a.path().filename().native() < b.path().filename().native();
+              });
+    for (const fs::directory_entry& entry : entries) {
         // Symbolic links to directories are not followed: no walk can loop.
-        const fs::file_status status = fs::symlink_status(entry, ec);
-        if (!ec && fs::is_directory(status)) {
-            Walk(entry, jobs);
-        } else if (ec || !fs::is_symlink(status) || !fs::is_directory(entry, ec)) {
-            jobs.push_back(Job{entry.string(), {}});
+        if (entry.is_directory(ec) && !entry.is_symlink(ec)) {
+            Walk(entry.path(), jobs);
+        } else if (!entry.is_symlink(ec) || !entry.is_directory(ec)) {
+            jobs.push_back(Job{entry.path().string(), {}});
         }
     }
 }
@@ -37,14 +38,14 @@ void Walk(const fs::path& directory, std::vector<Job>& jobs) {
 
 std::vector<Job> ListJobs(const std::vector<std::string>& arguments, bool recursive) {
     std::vector<Job> jobs;
+    // Without -r a directory is refused when it is opened, like any file
+    // that cannot be read.
     for (const std::string& argument : arguments) {
         std::error_code ec;
-        if (!fs::is_directory(argument, ec)) {
-            jobs.push_back(Job{argument, {}});
-        } else if (recursive) {
+        if (recursive && fs::is_directory(argument, ec)) {
             Walk(argument, jobs);
         } else {
-            jobs.push_back(Job{argument, "is a directory (use -r to read the files under it)"});
+            jobs.push_back(Job{argument, {}});
         }
     }
     return jobs;

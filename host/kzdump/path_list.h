@@ -15,7 +15,7 @@ struct Job {
 
 // One job per argument; with `recursive`, a directory gives the files under
 // it, names sorted byte-wise, each subdirectory entered where its name
-// sorts.  Without it, a directory is a job with an error.
+// sorts.  Without it, every argument is a job as it is.
 std::vector<Job> ListJobs(const std::vector<std::string>& arguments, bool recursive);
 
 }  // namespace kzdump
