@@ -1,0 +1,118 @@
+#include "workloads.h"
+
+#include <array>
+#include <string_view>
+
+using namespace kztest;
+
+namespace kzbench {
+
+namespace {
+
+constexpr std::array<std::string_view, 16> kTextIds = {
+    "TIT2", "TPE1", "TALB", "TCON", "TRCK", "TYER", "TCOM", "TPE2",
+    "TPUB", "TENC", "TCOP", "TIT1", "TIT3", "TBPM", "TLAN", "TKEY",
+};
+
+constexpr int kAudioFrames = 4;
+
+int Below(std::mt19937& random, int bound) {
+    return std::uniform_int_distribution<int>(0, bound - 1)(random);
+}
+
+Bytes Encoded(std::mt19937& random, size_t length, bool utf16) {
+    return utf16 ? Utf16Le(RandomUtf16Text(random, length)) : Latin1(RandomText(random, length));
+}
+
+Bytes Terminator(bool utf16) { return utf16 ? Raw({0x00, 0x00}) : Raw({0x00}); }
+
+Bytes EncodingByte(bool utf16) { return Raw({static_cast<uint8_t>(utf16 ? 1 : 0)}); }
+
+}  // namespace
+
+std::string RandomText(std::mt19937& random, size_t length) {
+    static constexpr std::string_view kLetters =
+        "abcdefghijklmnopqrstuvwxyz ABCDEFGHIJKLMNOPQRSTUVWXYZ 0123456789 \xE9\xFC\xF1";
+    std::string text(length, ' ');
+    for (char& c : text) c = kLetters[static_cast<size_t>(Below(random, kLetters.size()))];
+    return text;
+}
+
+std::u16string RandomUtf16Text(std::mt19937& random, size_t length) {
+    static constexpr std::u16string_view kLetters =
+        u"abcdefghijklmnopqrstuvwxyz ABCDEFGHIJKLMNOPQRSTUVWXYZ \u00E9\u00FC\u03A9\u0416\u4E2D";
+    std::u16string text(length, u' ');
+    for (char16_t& c : text) c = kLetters[static_cast<size_t>(Below(random, kLetters.size()))];
+    return text;
+}
+
+Bytes TextBody(std::mt19937& random, size_t length, bool utf16) {
+    return EncodingByte(utf16) + Encoded(random, length, utf16);
+}
+
+Bytes CommentBody(std::mt19937& random, size_t length, bool utf16) {
+    return Cat({EncodingByte(utf16), Latin1("eng"), Encoded(random, 8, utf16), Terminator(utf16),
+                Encoded(random, length, utf16)});
+}
+
+Bytes UserDefinedBody(std::mt19937& random, size_t length, bool utf16) {
+    return Cat({EncodingByte(utf16), Encoded(random, 10, utf16), Terminator(utf16),
+                Encoded(random, length, utf16)});
+}
+
+Bytes PictureBody(std::mt19937& random, size_t pictureBytes) {
+    Bytes picture(pictureBytes);
+    for (uint8_t& byte : picture) byte = static_cast<uint8_t>(random());
+    return Cat({Raw({0x00}), Latin1("image/jpeg"), Raw({0x00, 0x03}), Latin1("Front cover"),
+                Raw({0x00}), picture});
+}
+
+Bytes MixedTextFrame(std::mt19937& random, int major) {
+    const int kind = Below(random, 100);
+    const bool utf16 = Below(random, 2) == 1;
+    const size_t length = static_cast<size_t>(10 + Below(random, 51));
+    if (kind < 60) {
+        const std::string_view id = kTextIds[static_cast<size_t>(Below(random, kTextIds.size()))];
+        return Frame(major, id, TextBody(random, length, utf16));
+    }
+    if (kind < 85) return Frame(major, "COMM", CommentBody(random, length, utf16));
+    return Frame(major, "TXXX", UserDefinedBody(random, length, utf16));
+}
+
+Bytes TextHeavyFile(int frames) {
+    std::mt19937 random(1);
+    Bytes content;
+    for (int i = 0; i < frames; ++i) content += MixedTextFrame(random, 3);
+    return Tag(3, content) + SilentMpegFrames(kAudioFrames);
+}
+
+Bytes PictureHeavyFile(size_t pictureBytes, int textFrames) {
+    std::mt19937 random(2);
+    Bytes content;
+    for (int i = 0; i < textFrames; ++i) {
+        const std::string_view id = kTextIds[static_cast<size_t>(i) % kTextIds.size()];
+        content += Frame(3, id, TextBody(random, 24, i % 2 == 1));
+    }
+    content += Frame(3, "APIC", PictureBody(random, pictureBytes));
+    return Tag(3, content) + SilentMpegFrames(kAudioFrames);
+}
+
+Bytes TinyFramesFile(int frames) {
+    const Bytes tiny = Frame(3, "TIT2", Latin1(std::string_view("\0A", 2)));
+    Bytes content;
+    content.reserve(tiny.size() * static_cast<size_t>(frames));
+    for (int i = 0; i < frames; ++i) content += tiny;
+    return Tag(3, content) + SilentMpegFrames(kAudioFrames);
+}
+
+Bytes Id3v1OnlyFile() {
+    return SilentMpegFrames(kAudioFrames) + Id3v1({.title = "Evening Song",
+                                                   .artist = "The Testers",
+                                                   .album = "Sample Album",
+                                                   .year = "2004",
+                                                   .comment = "Recorded live",
+                                                   .track = 7,
+                                                   .genre = 13});
+}
+
+}  // namespace kzbench
