@@ -71,6 +71,14 @@ TEST(FrameHostBlock, TextZeroBytesDependOnWhereTheBodyLies) {
     }
 }
 
+// A body that the file cuts short: what a host block did not receive reads
+// as zero bytes.
+TEST(FrameHostBlock, ShortReadLeavesZeros) {
+    const Calls calls = ReadTag(3, Frame(3, "ETCO", Raw({2, 7, 7}), 20000));
+    ExpectCalls(calls, Field(85, Codes({7, 0x20, 7, 0x20}) + Repeat(Codes({0, 0x20}), 20000 - 3)) + FrameBreak() +
+                           EndBreak());
+}
+
 namespace {
 
 // Bodies in a host block, most of them beyond 65,535 bytes: every string
