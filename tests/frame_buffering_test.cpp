@@ -27,17 +27,18 @@ TEST(FrameAllocationFailure, EmptyFieldAndNextFrameReadRight) {
         uint32_t field;  // 0: no field (IPLS), 500: numbered by the frame
     };
     const Row rows[] = {
-        {3, "TIT2", 118}, {2, "TT2", 118},  {3, "AENC", 77},  {3, "APIC", 78},  {4, "ASPI", 79},
-        {3, "PCNT", 94},  {4, "SEEK", 101}, {3, "WOAR", 157}, {2, "WPB", 161},  {3, "TXXX", 500},
-        {2, "WXX", 500},  {3, "COMM", 80},  {2, "ULT", 153},  {3, "COMR", 81},  {3, "OWNE", 92},
-        {3, "USER", 152}, {3, "GEOB", 86},  {3, "ENCR", 82},  {3, "GRID", 87},  {3, "IPLS", 0},
-        {2, "IPL", 0},    {3, "LINK", 89},  {3, "POPM", 95},  {3, "PRIV", 93},  {2, "UFI", 151},
-        {3, "SYLT", 103}, {2, "ETC", 85},   {4, "EQU2", 84},  {3, "EQUA", 83},  {4, "RVA2", 99},
-        {3, "RVAD", 98},  {3, "RVRB", 100}, {2, "BUF", 97},   {3, "MLLT", 91},  {3, "POSS", 96},
+        {3, "TIT2", 118}, {2, "TT2", 118},  {3, "AENC", 77},  {3, "APIC", 78}, {4, "ASPI", 79},
+        {3, "PCNT", 94},  {4, "SEEK", 101}, {3, "WOAR", 157}, {2, "WPB", 161}, {3, "TXXX", 500},
+        {2, "WXX", 500},  {3, "COMM", 80},  {2, "ULT", 153},  {3, "COMR", 81}, {3, "OWNE", 92},
+        {3, "USER", 152}, {3, "GEOB", 86},  {3, "ENCR", 82},  {3, "GRID", 87}, {3, "IPLS", 0},
+        {2, "IPL", 0},    {3, "LINK", 89},  {3, "POPM", 95},  {3, "PRIV", 93}, {2, "UFI", 151},
+        {3, "SYLT", 103}, {2, "ETC", 85},   {4, "EQU2", 84},  {3, "EQUA", 83}, {4, "RVA2", 99},
+        {3, "RVAD", 98},  {3, "RVRB", 100}, {2, "BUF", 97},   {3, "MLLT", 91}, {3, "POSS", 96},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.id);
-        Session s(Tag(row.major, Frame(row.major, row.id, Fill(20000, 'a')) + TitleFrame(row.major)));
+        Session s(
+            Tag(row.major, Frame(row.major, row.id, Fill(20000, 'a')) + TitleFrame(row.major)));
         s.Start();
         const int64_t liveBlocks = KzSysLiveBlocks();
         {
@@ -67,7 +68,8 @@ TEST(FrameHostBlock, TextZeroBytesDependOnWhereTheBodyLies) {
         EXPECT_EQ(KzSysAllocationCount() - allocations, size > 16383 ? 1 : 0);
         EXPECT_EQ(KzSysLiveBlocks(), liveBlocks);
         const Calls zero = size > 16383 ? Codes({0}) : Calls{};
-        ExpectCalls(s.host.Take(), Field(118, Chars("abcdefghi") + zero + Same(size - 11, 'x')) + AfterCase(1));
+        ExpectCalls(s.host.Take(),
+                    Field(118, Chars("abcdefghi") + zero + Same(size - 11, 'x')) + AfterCase(1));
     }
 }
 
@@ -75,8 +77,8 @@ TEST(FrameHostBlock, TextZeroBytesDependOnWhereTheBodyLies) {
 // as zero bytes.
 TEST(FrameHostBlock, ShortReadLeavesZeros) {
     const Calls calls = ReadTag(3, Frame(3, "ETCO", Raw({2, 7, 7}), 20000));
-    ExpectCalls(calls, Field(85, Codes({7, 0x20, 7, 0x20}) + Repeat(Codes({0, 0x20}), 20000 - 3)) + FrameBreak() +
-                           EndBreak());
+    ExpectCalls(calls, Field(85, Codes({7, 0x20, 7, 0x20}) + Repeat(Codes({0, 0x20}), 20000 - 3)) +
+                           FrameBreak() + EndBreak());
 }
 
 namespace {
@@ -92,14 +94,16 @@ std::vector<FrameCase> LargeCases() {
     return {
         {"TIT2_above_65535", 3, "TIT2", Raw({0}) + Fill(65540, 'x') + Raw({0, 'y'}),
          Field(118, Same(65540, 'x') + Codes({0, 'y'}))},
-        {"COMM_text_without_terminator", 3, "COMM", Raw({0, 'e', 'n', 'g', 'd', 0, 'a', 0x0A}) + tail,
+        {"COMM_text_without_terminator", 3, "COMM",
+         Raw({0, 'e', 'n', 'g', 'd', 0, 'a', 0x0A}) + tail,
          Field(80, Chars("d a") + LineBreak() + tailOut)},
         {"TXXX_value_to_body_end", 3, "TXXX", Raw({0, 'd', 0, 0, 0, 0, 0, 0}) + tail,
          UserField(Chars("d"), Same(5, 0) + tailOut)},
         {"WOAR_every_byte", 3, "WOAR", Fill(kBig, 'u'), Field(157, Same(kBig, 'u'))},
         {"GEOB_mime_without_terminator", 3, "GEOB", Raw({0}) + Fill(kBig - 1, 'm'),
          Field(86, Same(kBig - 1, 'm') + Chars("  "))},
-        {"IPLS_one_string_at_a_time", 3, "IPLS", Raw({0, 'a', 0, 'b', 0, 'c', 0}) + Fill(16384 - 7, 0),
+        {"IPLS_one_string_at_a_time", 3, "IPLS",
+         Raw({0, 'a', 0, 'b', 0, 'c', 0}) + Fill(16384 - 7, 0),
          Chars("a b c ") + Same(16384 - 7, ' ')},
         {"IPLS_utf16_pairs", 3, "IPLS", pairs, Utf16(Chars("a b ") + Repeat(Chars("c "), 2732))},
         {"UFID_identifier_to_body_end", 3, "UFID", Raw({'o', 0}) + Fill(kBig - 2, 0xB7),
@@ -108,14 +112,17 @@ std::vector<FrameCase> LargeCases() {
          Field(95, Codes({'e', 0x20, 0xC4, 0x20}) + Same(kBig - 3, 1))},
         {"SYLT_item_to_body_end", 3, "SYLT", Raw({0, 'e', 'n', 'g', 2, 1, 'd', 0}) + tail,
          Field(103, Chars("d ") + Same(kBig - 9, 'x'))},
-        {"ETCO_every_byte_spaced", 3, "ETCO", Raw({2}) + Fill(kBig - 1, 9), Field(85, Repeat(Codes({9, 0x20}), kBig - 1))},
+        {"ETCO_every_byte_spaced", 3, "ETCO", Raw({2}) + Fill(kBig - 1, 9),
+         Field(85, Repeat(Codes({9, 0x20}), kBig - 1))},
         {"EQUA_every_unit", 3, "EQUA", Raw({0x10}) + Fill(kBig - 1, 0x81),
-         Field(83, Codes({0x10, 0x20}) + Repeat(Codes({0x80, 0x20, 1, 0x20, 0x81, 0x20}), (kBig - 1) / 2))},
+         Field(83, Codes({0x10, 0x20}) +
+                       Repeat(Codes({0x80, 0x20, 1, 0x20, 0x81, 0x20}), (kBig - 1) / 2))},
         {"RVA2_every_record", 4, "RVA2", Raw({'v', 0}) + Fill(70000, 5),
          Field(99, Chars("v") + Repeat(Codes({5, 0x20, 5, 5, 0x20, 5, 0x20, 5, 0x20}), 14000))},
         {"MLLT_table_to_body_end", 3, "MLLT", Fill(kBig, 3),
          Field(91, Codes({3, 3, 0x20, 3, 3, 3, 0x20, 3, 3, 3, 0x20}) + Same(kBig - 8, 3))},
-        {"RBUF_fixed_fields_only", 3, "RBUF", Fill(kBig, 4), Field(97, Codes({4, 4, 4, 0x20, 4, 0x20, 4, 4, 4, 4}))},
+        {"RBUF_fixed_fields_only", 3, "RBUF", Fill(kBig, 4),
+         Field(97, Codes({4, 4, 4, 0x20, 4, 0x20, 4, 4, 4, 4}))},
     };
 }
 

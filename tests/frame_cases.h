@@ -63,8 +63,8 @@ inline Calls Field(uint32_t field, const Calls& content) {
 }
 // A user-defined frame as frame number 1: field and description numbered 501.
 inline Calls UserField(const Calls& description, const Calls& value) {
-    return Calls{"begin F 501 501", "begin S 501 501"} + description +
-           Calls{"end S ffffffff"} + value + Calls{"end F 501"};
+    return Calls{"begin F 501 501", "begin S 501 501"} + description + Calls{"end S ffffffff"} +
+           value + Calls{"end F 501"};
 }
 
 // Every call of a whole read of one tag.  frameBuffer is filled with 0xEE
@@ -77,7 +77,9 @@ inline Calls ReadTag(int major, const Bytes& frames) {
     return s.host.Take();
 }
 
-inline Bytes TitleFrame(int major) { return Frame(major, major == 2 ? "TT2" : "TIT2", Raw({0, 'Z'})); }
+inline Bytes TitleFrame(int major) {
+    return Frame(major, major == 2 ? "TT2" : "TIT2", Raw({0, 'Z'}));
+}
 // What the title frame after `frames` frames gives, and the end of the read.
 inline Calls AfterCase(uint32_t frames) {
     return FrameBreak() + TextField(frames + 1, 118, "Z") + FrameBreak() + EndBreak();

@@ -17,34 +17,42 @@ const std::vector<FrameCase>& DescriptiveCases() {
         {"COMR_single_byte", 3, "COMR",
          Raw({0, '$', '1', 0}) + kDate + Raw({'x', 0, 1, 'S', 0, 'D', 0, 'i', 0, 0xFF, 0xD8}),
          Field(81, Chars("$1 20200101 x ") + Codes({1}) + Chars(" S D i"))},
-        {"COMR_empty_price_and_received_as_3", 3, "COMR", Raw({0, 0}) + kDate + Raw({0, 3, 0, 0, 'i'}),
+        {"COMR_empty_price_and_received_as_3", 3, "COMR",
+         Raw({0, 0}) + kDate + Raw({0, 3, 0, 0, 'i'}),
          Field(81, Chars(" 20200101  ") + Codes({3}) + Chars("   i"))},
         {"COMR_utf16_seller_and_description_only", 4, "COMR",
          Raw({1, '$', 0}) + kDate +
              Raw({'x', 0, 3, 0xFF, 0xFE, 'S', 0, 0, 0, 0xFE, 0xFF, 0, 'D', 0, 0, 'i', 0}),
          Field(81, Chars("$ 20200101 x ") + Codes({3}) + Sp() + Utf16(Chars("S D ")) + Chars("i"))},
         {"COMR_body_ends_in_price", 3, "COMR", Raw({0, '$'}),
-         Field(81, Chars("$ ") + Codes({0, 0, 0, 0, 0, 0, 0, 0}) + Chars("  ") + Codes({0}) + Chars("   "))},
+         Field(81, Chars("$ ") + Codes({0, 0, 0, 0, 0, 0, 0, 0}) + Chars("  ") + Codes({0}) +
+                       Chars("   "))},
 
         // Ownership: price, date, then the seller to the end of the body.
         {"OWNE_single_byte", 3, "OWNE", Raw({0, '1', '0', 0}) + Latin1("20010203Shop"),
          Field(92, Chars("10 20010203 Shop"))},
-        {"OWNE_empty_price_seller_keeps_zero", 3, "OWNE", Raw({0, 0}) + Latin1("20010203") + Raw({'S', 0x0A, 0}),
+        {"OWNE_empty_price_seller_keeps_zero", 3, "OWNE",
+         Raw({0, 0}) + Latin1("20010203") + Raw({'S', 0x0A, 0}),
          Field(92, Chars(" 20010203 S\n") + Codes({0}))},
-        {"OWNE_utf16_seller", 3, "OWNE", Raw({1, '1', 0}) + Latin1("20010203") + Raw({0xFF, 0xFE, 'S', 0, 0x0A, 0}),
+        {"OWNE_utf16_seller", 3, "OWNE",
+         Raw({1, '1', 0}) + Latin1("20010203") + Raw({0xFF, 0xFE, 'S', 0, 0x0A, 0}),
          Field(92, Chars("1 20010203 ") + Utf16(Chars("S") + LineBreak()))},
-        {"OWNE_body_ends_in_price", 3, "OWNE", Raw({0, '1'}), Field(92, Chars("1 ") + Codes({0, 0, 0, 0, 0, 0, 0, 0}) + Sp())},
+        {"OWNE_body_ends_in_price", 3, "OWNE", Raw({0, '1'}),
+         Field(92, Chars("1 ") + Codes({0, 0, 0, 0, 0, 0, 0, 0}) + Sp())},
 
         // Terms of use: the text after the language, a line feed a break.
         {"USER_single_byte", 3, "USER", Raw({0, 'e', 'n', 'g', 'A', 0x0A, 'B'}),
          Field(152, Chars("A") + LineBreak() + Chars("B"))},
-        {"USER_zero_byte_goes_out", 3, "USER", Raw({0, 'e', 'n', 'g', 'A', 0, 'B'}), Field(152, Codes({'A', 0, 'B'}))},
+        {"USER_zero_byte_goes_out", 3, "USER", Raw({0, 'e', 'n', 'g', 'A', 0, 'B'}),
+         Field(152, Codes({'A', 0, 'B'}))},
         {"USER_four_byte_body", 3, "USER", Raw({0, 'e', 'n', 'g'}), Field(152, {})},
-        {"USER_utf16", 4, "USER", Raw({1, 'e', 'n', 'g', 0xFE, 0xFF, 0, 'A', 0, 0x0A, 0, 0, 0, 'B'}),
+        {"USER_utf16", 4, "USER",
+         Raw({1, 'e', 'n', 'g', 0xFE, 0xFF, 0, 'A', 0, 0x0A, 0, 0, 0, 'B'}),
          Field(152, Utf16(Chars("A") + LineBreak()))},
 
         // Encapsulated object: MIME type, file name, description.
-        {"GEOB_single_byte", 3, "GEOB", Raw({0, 't', '/', 'p', 0, 'f', '.', 't', 0, 'd', 0, 0xDE, 0xAD}),
+        {"GEOB_single_byte", 3, "GEOB",
+         Raw({0, 't', '/', 'p', 0, 'f', '.', 't', 0, 'd', 0, 0xDE, 0xAD}),
          Field(86, Chars("t/p f.t d"))},
         {"GEO_is_GEOB", 2, "GEO", Raw({0, 't', '/', 'p', 0, 'f', '.', 't', 0, 'd', 0, 0xDE, 0xAD}),
          Field(86, Chars("t/p f.t d"))},
@@ -60,15 +68,17 @@ const std::vector<FrameCase>& DescriptiveCases() {
         {"ENCR_owner_and_symbol", 4, "ENCR", Raw({'o', 'w', 'n', 0, 0x81, 0xAA, 0xBB}),
          Field(82, Chars("own ") + Codes({0x81}))},
         {"GRID_empty_owner", 3, "GRID", Raw({0, 5}), Field(87, Codes({0x20, 5}))},
-        {"ENCR_owner_runs_to_body_end", 3, "ENCR", Raw({'o', 'w'}), Field(82, Codes({'o', 'w', 0x20, 0}))},
+        {"ENCR_owner_runs_to_body_end", 3, "ENCR", Raw({'o', 'w'}),
+         Field(82, Codes({'o', 'w', 0x20, 0}))},
 
         // Involved people: no field, a space after every string.
         {"IPLS_pairs", 3, "IPLS", Raw({0, 'a', 0, 'b', 0, 'c', 0, 'd', 0}), Chars("a b c d ")},
         {"IPL_is_IPLS", 2, "IPL", Raw({0, 'a', 0, 'b', 0, 'c', 0, 'd', 0}), Chars("a b c d ")},
-        {"IPLS_odd_list_ends_with_two_spaces", 3, "IPLS", Raw({0, 'a', 0, 'b', 0, 'c', 0}), Chars("a b c  ")},
+        {"IPLS_odd_list_ends_with_two_spaces", 3, "IPLS", Raw({0, 'a', 0, 'b', 0, 'c', 0}),
+         Chars("a b c  ")},
         {"IPLS_empty_string", 3, "IPLS", Raw({0, 'a', 0, 0, 'b', 0}), Chars("a  b  ")},
-        {"IPLS_utf16_pairs", 3, "IPLS", Raw({1, 0xFF, 0xFE, 'a', 0, 0, 0, 0xFF, 0xFE, 'b', 0, 0, 0}),
-         Utf16(Chars("a b "))},
+        {"IPLS_utf16_pairs", 3, "IPLS",
+         Raw({1, 0xFF, 0xFE, 'a', 0, 0, 0, 0xFF, 0xFE, 'b', 0, 0, 0}), Utf16(Chars("a b "))},
         {"IPLS_utf16_odd_list_runs_to_body_end", 3, "IPLS",
          Raw({1, 0xFE, 0xFF, 0, 'a', 0, 0, 0xFE, 0xFF, 0, 'b', 0, 0, 0xFF, 0xFE, 'c', 0, 0, 0}),
          Utf16(Chars("a b c  "))},
@@ -78,24 +88,30 @@ const std::vector<FrameCase>& DescriptiveCases() {
         // Linked information: identifier, URL, data with its zero bytes.
         {"LINK_identifier_url_data", 3, "LINK", Raw({'T', 'A', 'L', 'B', 'x', 0, 'i', 0, 'd'}),
          Field(89, Chars("TALB x ") + Codes({'i', 0, 'd'}))},
-        {"LINK_body_ends_in_identifier", 3, "LINK", Raw({'T', 'A'}), Field(89, Codes({'T', 'A', 0, 0, 0x20, 0x20}))},
+        {"LINK_body_ends_in_identifier", 3, "LINK", Raw({'T', 'A'}),
+         Field(89, Codes({'T', 'A', 0, 0, 0x20, 0x20}))},
 
         // Popularimeter, private frame, unique file identifier.
         {"POPM_email_rating_counter", 3, "POPM", Raw({'a', '@', 'b', 0, 0xC4, 0, 0, 1, 2}),
          Field(95, Chars("a@b ") + Codes({0xC4, 0x20, 0, 0, 1, 2}))},
         {"POP_is_POPM", 2, "POP", Raw({'a', '@', 'b', 0, 0xC4, 0, 0, 1, 2}),
          Field(95, Chars("a@b ") + Codes({0xC4, 0x20, 0, 0, 1, 2}))},
-        {"POPM_empty_email", 3, "POPM", Raw({0, 0x80, 0, 1}), Field(95, Codes({0x20, 0x80, 0x20, 0, 1}))},
-        {"POPM_email_runs_to_body_end", 3, "POPM", Raw({'a', 'b'}), Field(95, Codes({'a', 'b', 0x20, 0, 0x20}))},
+        {"POPM_empty_email", 3, "POPM", Raw({0, 0x80, 0, 1}),
+         Field(95, Codes({0x20, 0x80, 0x20, 0, 1}))},
+        {"POPM_email_runs_to_body_end", 3, "POPM", Raw({'a', 'b'}),
+         Field(95, Codes({'a', 'b', 0x20, 0, 0x20}))},
         {"PRIV_owner_only", 3, "PRIV", Raw({'o', 'w', 0, 1, 2}), Field(93, Chars("ow"))},
         {"PRIV_owner_runs_to_body_end", 4, "PRIV", Raw({'o', 'w'}), Field(93, Chars("ow"))},
-        {"UFID_owner_and_identifier", 3, "UFID", Raw({'h', 0, '1', '2', 0}), Field(151, Codes({'h', 0x20, '1', '2', 0}))},
-        {"UFI_is_UFID", 2, "UFI", Raw({'h', 0, '1', '2', 0}), Field(151, Codes({'h', 0x20, '1', '2', 0}))},
+        {"UFID_owner_and_identifier", 3, "UFID", Raw({'h', 0, '1', '2', 0}),
+         Field(151, Codes({'h', 0x20, '1', '2', 0}))},
+        {"UFI_is_UFID", 2, "UFI", Raw({'h', 0, '1', '2', 0}),
+         Field(151, Codes({'h', 0x20, '1', '2', 0}))},
         {"UFID_empty_body", 3, "UFID", {}, Field(151, Sp())},
     };
     return cases;
 }
 
-INSTANTIATE_TEST_SUITE_P(FrameDescriptive, FrameRows, ::testing::ValuesIn(DescriptiveCases()), CaseName);
+INSTANTIATE_TEST_SUITE_P(FrameDescriptive, FrameRows, ::testing::ValuesIn(DescriptiveCases()),
+                         CaseName);
 
 }  // namespace kztest

@@ -14,15 +14,20 @@ const std::vector<FrameCase>& TextAndLinkCases() {
     static const std::vector<FrameCase> cases = {
         // Text information frames: single-byte text loses its zero bytes,
         // UTF-16 text stops at its first zero unit.
-        {"TIT2_strings_run_together", 3, "TIT2", Raw({0, 'A', 'B', 0, 'C'}), Field(118, Chars("ABC"))},
+        {"TIT2_strings_run_together", 3, "TIT2", Raw({0, 'A', 'B', 0, 'C'}),
+         Field(118, Chars("ABC"))},
         {"TT2_is_the_title", 2, "TT2", Raw({0, 'A', 'B', 0, 'C'}), Field(118, Chars("ABC"))},
-        {"TCON_reference_stays_text", 3, "TCON", Raw({0, '(', '1', '3', ')'}), Field(108, Chars("(13)"))},
+        {"TCON_reference_stays_text", 3, "TCON", Raw({0, '(', '1', '3', ')'}),
+         Field(108, Chars("(13)"))},
         {"TPE1_only_first_utf16_string", 3, "TPE1", Raw({1, 0xFF, 0xFE, 'A', 0, 0, 0, 'B', 0}),
          Field(132, Utf16(Chars("A")))},
-        {"TIT2_line_feed_is_a_character", 3, "TIT2", Raw({0, 'A', 0x0A, 'B'}), Field(118, Chars("A\nB"))},
-        {"TIT2_utf16_line_feed_is_a_break", 4, "TIT2", Raw({1, 0xFE, 0xFF, 0, 'A', 0, 0x0A, 0, 'B'}),
+        {"TIT2_line_feed_is_a_character", 3, "TIT2", Raw({0, 'A', 0x0A, 'B'}),
+         Field(118, Chars("A\nB"))},
+        {"TIT2_utf16_line_feed_is_a_break", 4, "TIT2",
+         Raw({1, 0xFE, 0xFF, 0, 'A', 0, 0x0A, 0, 'B'}),
          Field(118, Utf16(Chars("A") + LineBreak() + Chars("B")))},
-        {"TIT2_encoding_2_is_utf16", 4, "TIT2", Raw({2, 0xFE, 0xFF, 0, 'A'}), Field(118, Utf16(Chars("A")))},
+        {"TIT2_encoding_2_is_utf16", 4, "TIT2", Raw({2, 0xFE, 0xFF, 0, 'A'}),
+         Field(118, Utf16(Chars("A")))},
         {"TIT2_encoding_3_takes_first_bytes_as_mark", 4, "TIT2", Raw({3, 'A', 'B', 'C', 0}),
          Field(118, Utf16(Codes({0x4300})))},
         {"TIT2_utf16_without_mark_loses_first_unit", 3, "TIT2", Raw({1, 0, 'A', 0, 'B', 0, 0}),
@@ -36,25 +41,31 @@ const std::vector<FrameCase>& TextAndLinkCases() {
         // Frames the walker emits itself: numbers go out as raw bytes.
         {"AENC_owner_and_preview", 3, "AENC", Raw({0x6F, 0, 0x00, 0x10, 0x00, 0x20, 0xAA, 0xBB}),
          Field(77, Codes({0x6F, 0x20, 0x00, 0x10, 0x20, 0x00, 0x20}))},
-        {"AENC_empty_owner", 3, "AENC", Raw({0, 0, 1, 0, 2}), Field(77, Codes({0x20, 0, 1, 0x20, 0, 2}))},
+        {"AENC_empty_owner", 3, "AENC", Raw({0, 0, 1, 0, 2}),
+         Field(77, Codes({0x20, 0, 1, 0x20, 0, 2}))},
         {"CRA_is_AENC", 2, "CRA", Raw({0, 0, 1, 0, 2}), Field(77, Codes({0x20, 0, 1, 0x20, 0, 2}))},
         {"AENC_body_ends_inside_preview", 3, "AENC", Raw({0x6F, 0, 1}),
          Field(77, Codes({0x6F, 0x20, 1, 0, 0x20, 0, 0}))},
-        {"AENC_owner_runs_to_body_end", 3, "AENC", Raw({'o', 'w'}), Field(77, Chars("ow") + Codes({0x20, 0, 0, 0x20, 0, 0}))},
+        {"AENC_owner_runs_to_body_end", 3, "AENC", Raw({'o', 'w'}),
+         Field(77, Chars("ow") + Codes({0x20, 0, 0, 0x20, 0, 0}))},
         {"APIC_single_byte", 3, "APIC", Raw({0, 0x69, 0x2F, 0x6A, 0, 3, 0x63, 0, 0xFF, 0xD8}),
          Field(78, Codes({0x69, 0x2F, 0x6A, 0x20, 3, 0x20, 0x63}))},
         {"APIC_empty_mime_utf16_description", 3, "APIC", Raw({1, 0, 3, 0xFF, 0xFE, 0x41, 0, 0, 0}),
          Field(78, Codes({0x20, 3, 0x20}) + Utf16(Chars("A")))},
-        {"APIC_description_line_feed_is_a_character", 4, "APIC", Raw({0, 'i', 0, 3, 'a', 0x0A, 'b', 0, 0xFF}),
+        {"APIC_description_line_feed_is_a_character", 4, "APIC",
+         Raw({0, 'i', 0, 3, 'a', 0x0A, 'b', 0, 0xFF}),
          Field(78, Codes({'i', 0x20, 3, 0x20, 'a', 0x0A, 'b'}))},
-        {"APIC_mime_runs_to_body_end", 3, "APIC", Raw({0, 'i', 'j'}), Field(78, Codes({'i', 'j', 0x20, 0, 0x20}))},
+        {"APIC_mime_runs_to_body_end", 3, "APIC", Raw({0, 'i', 'j'}),
+         Field(78, Codes({'i', 'j', 0x20, 0, 0x20}))},
         {"APIC_empty_body", 3, "APIC", {}, Field(78, Codes({0x20, 0, 0x20}))},
         {"ASPI_fields_then_spaced_points", 4, "ASPI",
          Raw({0, 0, 0, 0x0A, 0, 0, 1, 0, 0, 2, 8, 0x7F, 0x80}),
-         Field(79, Codes({0, 0, 0, 0x0A, 0x20, 0, 0, 1, 0, 0x20, 0, 2, 0x20, 8, 0x20, 0x7F, 0x20, 0x80, 0x20}))},
+         Field(79, Codes({0, 0, 0, 0x0A, 0x20, 0, 0, 1, 0, 0x20, 0, 2, 0x20, 8, 0x20, 0x7F, 0x20,
+                          0x80, 0x20}))},
         {"ASPI_body_shorter_than_fixed_fields", 4, "ASPI", Raw({1, 2, 3}),
          Field(79, Codes({1, 2, 3, 0, 0x20, 0, 0, 0, 0, 0x20, 0, 0, 0x20, 0, 0x20}))},
-        {"CNT_is_the_play_counter", 2, "CNT", Raw({0, 0, 1, 0x2C}), Field(94, Codes({0, 0, 1, 0x2C}))},
+        {"CNT_is_the_play_counter", 2, "CNT", Raw({0, 0, 1, 0x2C}),
+         Field(94, Codes({0, 0, 1, 0x2C}))},
         {"PCNT_empty_body", 3, "PCNT", {}, Field(94, {})},
         {"SEEK_bytes", 4, "SEEK", Raw({0, 0, 0x40, 0}), Field(101, Codes({0, 0, 0x40, 0}))},
 
@@ -68,11 +79,13 @@ const std::vector<FrameCase>& TextAndLinkCases() {
         // its description.
         {"TXXX_description_and_value", 3, "TXXX", Raw({0, 'A', 'B', 0, '1', '2'}),
          UserField(Chars("AB"), Chars("12"))},
-        {"TXX_is_TXXX", 2, "TXX", Raw({0, 'A', 'B', 0, '1', '2'}), UserField(Chars("AB"), Chars("12"))},
+        {"TXX_is_TXXX", 2, "TXX", Raw({0, 'A', 'B', 0, '1', '2'}),
+         UserField(Chars("AB"), Chars("12"))},
         {"TXXX_value_keeps_zero_and_line_feed", 3, "TXXX", Raw({0, 'A', 0, '1', 0x0A, 0}),
          UserField(Chars("A"), Codes({'1', 0x0A, 0}))},
         {"TXXX_empty_description", 3, "TXXX", Raw({0, 0, 'v'}), UserField({}, Chars("v"))},
-        {"TXXX_description_runs_to_body_end", 3, "TXXX", Raw({0, 'A', 0x0A}), UserField(Chars("A\n"), {})},
+        {"TXXX_description_runs_to_body_end", 3, "TXXX", Raw({0, 'A', 0x0A}),
+         UserField(Chars("A\n"), {})},
         {"TXXX_empty_body", 3, "TXXX", {}, UserField({}, {})},
         {"TXXX_utf16_value_has_its_own_mark", 3, "TXXX",
          Raw({1, 0xFF, 0xFE, 'd', 0, 0, 0, 0xFE, 0xFF, 0, 'v', 0, 0x0A}),
@@ -83,25 +96,29 @@ const std::vector<FrameCase>& TextAndLinkCases() {
 
         // Comments and lyrics: descriptor, a space, the text; a line feed is
         // a character in the descriptor and a break in the text.
-        {"COMM_descriptor_and_text", 3, "COMM", Raw({0, 'e', 'n', 'g', 'a', 'b', 'c', 0, 'x', 0x0A, 'y'}),
+        {"COMM_descriptor_and_text", 3, "COMM",
+         Raw({0, 'e', 'n', 'g', 'a', 'b', 'c', 0, 'x', 0x0A, 'y'}),
          Field(80, Chars("abc ") + Chars("x") + LineBreak() + Chars("y"))},
         {"COM_is_COMM", 2, "COM", Raw({0, 'e', 'n', 'g', 'a', 'b', 'c', 0, 'x', 0x0A, 'y'}),
          Field(80, Chars("abc ") + Chars("x") + LineBreak() + Chars("y"))},
         {"USLT_same_body", 3, "USLT", Raw({0, 'e', 'n', 'g', 'a', 'b', 'c', 0, 'x', 0x0A, 'y'}),
          Field(153, Chars("abc ") + Chars("x") + LineBreak() + Chars("y"))},
         {"ULT_is_USLT", 2, "ULT", Raw({0, 'e', 'n', 'g', 'a', 0, 'x'}), Field(153, Chars("a x"))},
-        {"COMM_empty_descriptor", 3, "COMM", Raw({0, 'e', 'n', 'g', 0, 'x'}), Field(80, Chars(" x"))},
+        {"COMM_empty_descriptor", 3, "COMM", Raw({0, 'e', 'n', 'g', 0, 'x'}),
+         Field(80, Chars(" x"))},
         {"COMM_second_string_not_emitted", 3, "COMM", Raw({0, 'e', 'n', 'g', 0, 'x', 0, 'y'}),
          Field(80, Chars(" x"))},
-        {"COMM_descriptor_line_feed_is_a_character", 3, "COMM", Raw({0, 'e', 'n', 'g', 0x0A, 0, 'x'}),
-         Field(80, Chars("\n x"))},
-        {"COMM_descriptor_runs_to_body_end", 3, "COMM", Raw({0, 'e', 'n', 'g', 'a', 'b'}), Field(80, Chars("ab "))},
+        {"COMM_descriptor_line_feed_is_a_character", 3, "COMM",
+         Raw({0, 'e', 'n', 'g', 0x0A, 0, 'x'}), Field(80, Chars("\n x"))},
+        {"COMM_descriptor_runs_to_body_end", 3, "COMM", Raw({0, 'e', 'n', 'g', 'a', 'b'}),
+         Field(80, Chars("ab "))},
         {"COMM_four_byte_body", 3, "COMM", Raw({0, 'e', 'n', 'g'}), Field(80, Sp())},
         {"COMM_empty_body", 3, "COMM", {}, Field(80, Sp())},
         {"COMM_utf16_each_string_has_its_mark", 3, "COMM",
          Raw({1, 'e', 'n', 'g', 0xFF, 0xFE, 'd', 0, 0, 0, 0xFE, 0xFF, 0, 'x', 0, 0x0A, 0, 'y'}),
          Field(80, Utf16(Chars("d x") + LineBreak() + Chars("y")))},
-        {"COMM_utf16_mark_cut_by_body_end", 3, "COMM", Raw({1, 'e', 'n', 'g', 0xFF}), Field(80, Utf16(Sp()))},
+        {"COMM_utf16_mark_cut_by_body_end", 3, "COMM", Raw({1, 'e', 'n', 'g', 0xFF}),
+         Field(80, Utf16(Sp()))},
     };
     return cases;
 }
@@ -154,8 +171,9 @@ TEST(FrameFieldNumbers, TextAndUrlIdentifiersInBothForms) {
 TEST(FrameFieldNumbers, UnknownThreeLetterFormsAreSkipped) {
     const Bytes frames = Frame(2, "TDY", Raw({0, '1'})) + Frame(2, "TRC", Raw({0, '2'})) +
                          Frame(2, "TDI", Raw({0, '3'})) + Frame(2, "TRS", Raw({0, '4'}));
-    EXPECT_EQ(ReadTag(2, frames), FrameBreak() + FrameBreak() + TextField(1, 111, "3") + FrameBreak() +
-                                      TextField(2, 144, "4") + FrameBreak() + EndBreak());
+    EXPECT_EQ(ReadTag(2, frames), FrameBreak() + FrameBreak() + TextField(1, 111, "3") +
+                                      FrameBreak() + TextField(2, 144, "4") + FrameBreak() +
+                                      EndBreak());
 }
 
 }  // namespace kztest
