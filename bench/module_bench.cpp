@@ -6,6 +6,7 @@
 // per character the module delivered.  The summary at the end gives the
 // ratio module / floor.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -279,6 +280,9 @@ void BenchFloor(benchmark::State& state, const Workload* w) {
 // of the repetitions when there are several, else the single run.
 class SummaryReporter : public benchmark::ConsoleReporter {
 public:
+    // Colours only on a terminal.
+    SummaryReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
+
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             const std::string& name = run.run_name.function_name;
