@@ -126,6 +126,26 @@ inline auto CallHost(const ProcessContext* ctx, Args... args) {
 inline void OutChar(ProcessContext* ctx, uint16_t code) {
     CallHost<SOOutCharRtn, SO_ROUTINE_OUTCHAR>(ctx, code);
 }
+
+// SOOutChar with its user pair, taken once for a run of characters: calls
+// on a context do not overlap, so the routine cannot change during one.
+class CharSink {
+public:
+    explicit CharSink(const ProcessContext* ctx)
+        : routine_(reinterpret_cast<SOOutCharRtn>(ctx->routines[RoutineSlot(SO_ROUTINE_OUTCHAR)])),
+          user1_(ctx->user1),
+          user2_(ctx->user2) {
+        if (routine_ == nullptr) routine_ = &Ignore;
+    }
+    void operator()(uint16_t code) const { routine_(code, user1_, user2_); }
+
+private:
+    static void Ignore(uint16_t, uint64_t, uint64_t) {}
+
+    SOOutCharRtn routine_;
+    uint64_t user1_;
+    uint64_t user2_;
+};
 inline void OutSpace(ProcessContext* ctx) { OutChar(ctx, 0x20); }
 inline void OutLineBreak(ProcessContext* ctx) {
     CallHost<SOOutSpecialRtn, SO_ROUTINE_OUTSPECIAL>(ctx, uint16_t{SO_SPECIAL_LINEBREAK});

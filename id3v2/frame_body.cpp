@@ -38,8 +38,9 @@ FrameBody::FrameBody(KzStream* stream, int32_t frameSize, ProcessContext* ctx) :
         StreamSeek(stream, SO_SEEK_CUR, frameSize);
         return;
     }
-    std::memset(block, 0, size);
-    StreamRead(stream, block, size);
+    // Whatever a short read leaves unfilled reads as zero bytes.
+    const uint32_t got = StreamRead(stream, block, size);
+    if (got < size) std::memset(block + got, 0, size - got);
     view_ = {block, size};
 }
 

@@ -69,14 +69,14 @@ enum class LineFeed { AsChar, AsBreak };
 // Emission of body content, one host call per character.
 class BodyOutput {
 public:
-    BodyOutput(ProcessContext* ctx, const BodyView& body) : ctx_(ctx), body_(body) {}
+    BodyOutput(ProcessContext* ctx, const BodyView& body) : ctx_(ctx), body_(body), chars_(ctx) {}
 
     const BodyView& Body() const { return body_; }
     uint32_t Size() const { return body_.size; }
     uint8_t At(uint32_t pos) const { return body_.At(pos); }
 
-    void Char(uint16_t code) { OutChar(ctx_, code); }
-    void Space() { OutSpace(ctx_); }
+    void Char(uint16_t code) { chars_(code); }
+    void Space() { chars_(0x20); }
     // The byte at pos as one character whose code is its value.
     void Byte(uint32_t pos) { Char(At(pos)); }
     // count bytes from pos, nothing between them.
@@ -110,6 +110,7 @@ private:
 
     ProcessContext* ctx_;
     BodyView body_;
+    CharSink chars_;
 };
 
 // The steps every bracketed frame shares: open the field numbered `number`

@@ -186,46 +186,44 @@ constexpr FrameRoute kRoutes[] = {
 constexpr size_t kRouteCount = sizeof kRoutes / sizeof kRoutes[0];
 static_assert(kRouteCount == 84 + 57, "84 four-letter and 57 three-letter identifiers");
 
-// The routes ordered by identifier, for a binary search.
-struct RouteIndex {
-    FrameRoute routes[kRouteCount];
+// An open-addressing hash of the identifiers: a route is found with one
+// multiplication and, almost always, one comparison.
+constexpr unsigned kHashBits = 9;
+constexpr size_t kHashSlots = size_t{1} << kHashBits;
+constexpr uint8_t kEmptySlot = 0xFF;
+static_assert(kRouteCount < kEmptySlot && kRouteCount < kHashSlots / 2);
+
+constexpr size_t HashSlot(uint32_t frameId) {
+    return (frameId * 0x9E3779B1u) >> (32 - kHashBits);
+}
+
+struct RouteHash {
+    uint8_t route[kHashSlots];  // index into kRoutes, or kEmptySlot
+    bool duplicate;             // an identifier with two routes
 };
 
-constexpr RouteIndex SortRoutes() {
-    RouteIndex index{};
+constexpr RouteHash HashRoutes() {
+    RouteHash hash{};
+    for (auto& slot : hash.route) slot = kEmptySlot;
     for (size_t i = 0; i < kRouteCount; ++i) {
-        size_t j = i;
-        for (; j > 0 && index.routes[j - 1].frameId > kRoutes[i].frameId; --j) {
-            index.routes[j] = index.routes[j - 1];
+        size_t slot = HashSlot(kRoutes[i].frameId);
+        while (hash.route[slot] != kEmptySlot) {
+            if (kRoutes[hash.route[slot]].frameId == kRoutes[i].frameId) hash.duplicate = true;
+            slot = (slot + 1) % kHashSlots;
         }
-        index.routes[j] = kRoutes[i];
+        hash.route[slot] = static_cast<uint8_t>(i);
     }
-    return index;
+    return hash;
 }
-constexpr RouteIndex kRouteIndex = SortRoutes();
-
-constexpr bool IdentifiersAreUnique() {
-    for (size_t i = 1; i < kRouteCount; ++i) {
-        if (kRouteIndex.routes[i - 1].frameId == kRouteIndex.routes[i].frameId) return false;
-    }
-    return true;
-}
-static_assert(IdentifiersAreUnique());
+constexpr RouteHash kRouteHash = HashRoutes();
+static_assert(!kRouteHash.duplicate, "each identifier has one route");
 
 const FrameRoute* FindRoute(uint32_t frameId) {
-    size_t low = 0;
-    size_t high = kRouteCount;
-    while (low < high) {
-        const size_t middle = (low + high) / 2;
-        const uint32_t id = kRouteIndex.routes[middle].frameId;
-        if (id == frameId) return &kRouteIndex.routes[middle];
-        if (id < frameId) {
-            low = middle + 1;
-        } else {
-            high = middle;
-        }
+    for (size_t slot = HashSlot(frameId);; slot = (slot + 1) % kHashSlots) {
+        const uint8_t index = kRouteHash.route[slot];
+        if (index == kEmptySlot) return nullptr;
+        if (kRoutes[index].frameId == frameId) return &kRoutes[index];
     }
-    return nullptr;
 }
 
 void Dispatch(const FrameRoute& route, KzStream* stream, int32_t frameSize, ProcessContext* ctx) {

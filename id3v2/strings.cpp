@@ -10,15 +10,19 @@ uint32_t EmitUtf16Text(const uint8_t* body, uint32_t start, int32_t limit, Proce
     if (uint64_t{start} + 1 >= view.size) return start + 2;
     const bool little = view.data[start] == 0xFF && view.data[start + 1] == 0xFE;
     ctx->utf16Order = little ? kUtf16LittleEndian : kUtf16BigEndian;
+    // Offsets of the unit's high and low bytes.
+    const uint32_t high = little ? 1 : 0;
+    const uint32_t low = 1 - high;
+    const CharSink chars(ctx);
     uint32_t pos = start + 2;
     while (uint64_t{pos} + 1 < view.size) {
-        const uint16_t unit = view.Unit(pos, little);
+        const auto unit = static_cast<uint16_t>(view.data[pos + high] << 8 | view.data[pos + low]);
         pos += 2;
         if (unit == 0) break;
         if (unit == 0x000A) {
             OutLineBreak(ctx);
         } else {
-            OutChar(ctx, unit);
+            chars(unit);
         }
     }
     return pos;
