@@ -56,6 +56,7 @@ bool FileStream::Open(const char* path, std::string& error) {
     size_ = static_cast<uint32_t>(info.st_size);
     position_ = 0;
     windowLength_ = 0;
+    nextLoad_ = kFirstLoad;
     tailLength_ = 0;
     return true;
 }
@@ -92,14 +93,18 @@ uint32_t FileStream::Read(uint8_t* buffer, uint32_t count) {
         got = wanted;
     } else if (wanted >= kDirectReadSize) {
         got = ReadFile(buffer, wanted, position_);
-    } else if (size_ > kWindowSize && size_ - position_ <= kTailSize) {
-        tailStart_ = size_ - kTailSize;
-        tailLength_ = ReadFile(tail_.get(), kTailSize, tailStart_);
+    } else if (size_ - position_ <= kTailSize) {
+        const uint32_t length = std::min(size_, kTailSize);
+        tailStart_ = size_ - length;
+        tailLength_ = ReadFile(tail_.get(), length, tailStart_);
         got = Holds(tailStart_, tailLength_, position_, wanted) ? wanted : 0;
         if (got != 0) std::memcpy(buffer, tail_.get() + (position_ - tailStart_), got);
     } else {
+        if (windowLength_ != 0 && position_ == windowStart_ + windowLength_) {
+            nextLoad_ = std::min(nextLoad_ * 4, kWindowSize);
+        }
         windowStart_ = position_;
-        windowLength_ = ReadFile(window_.get(), std::min(kWindowSize, size_ - position_),
+        windowLength_ = ReadFile(window_.get(), std::min(nextLoad_, size_ - position_),
                                  windowStart_);
         got = std::min(wanted, windowLength_);
         std::memcpy(buffer, window_.get(), got);

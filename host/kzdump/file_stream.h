@@ -30,10 +30,13 @@ public:
     void Rewind() { position_ = 0; }
 
 private:
-    // Window sizes: small reads are served from a window loaded at the read
-    // position; the tail window holds the end of a file too large for one
-    // window, where the ID3v1 trailer lies.
+    // Small reads are served from a window loaded at the read position.  A
+    // file's first load is small, since most tags are; each load that goes
+    // on where the last one ended is four times larger, up to the buffer.
+    // The tail window holds the end of the file, where the ID3v1 trailer
+    // lies.
     static constexpr uint32_t kWindowSize = 64 * 1024;
+    static constexpr uint32_t kFirstLoad = 8 * 1024;
     static constexpr uint32_t kTailSize = 4 * 1024;
     // Reads of at least this many bytes that miss the windows go straight
     // into the caller's buffer.
@@ -56,6 +59,7 @@ private:
     std::unique_ptr<uint8_t[]> window_;
     uint32_t windowStart_ = 0;
     uint32_t windowLength_ = 0;
+    uint32_t nextLoad_ = kFirstLoad;
     std::unique_ptr<uint8_t[]> tail_;
     uint32_t tailStart_ = 0;
     uint32_t tailLength_ = 0;
