@@ -103,9 +103,13 @@ uint32_t FileStream::Read(uint8_t* buffer, uint32_t count) {
         if (windowLength_ != 0 && position_ == windowStart_ + windowLength_) {
             nextLoad_ = std::min(nextLoad_ * 4, kWindowSize);
         }
+        // A load that would leave no more than the trailer's window unread
+        // takes the rest of the file too.
+        const uint32_t rest = size_ - position_;
+        const uint32_t load = rest <= nextLoad_ + kTailSize ? std::min(rest, kWindowSize)
+                                                            : nextLoad_;
         windowStart_ = position_;
-        windowLength_ = ReadFile(window_.get(), std::min(nextLoad_, size_ - position_),
-                                 windowStart_);
+        windowLength_ = ReadFile(window_.get(), load, windowStart_);
         got = std::min(wanted, windowLength_);
         std::memcpy(buffer, window_.get(), got);
     }
