@@ -92,7 +92,14 @@ uint32_t FileStream::Read(uint8_t* buffer, uint32_t count) {
         std::memcpy(buffer, tail_.get() + (position_ - tailStart_), wanted);
         got = wanted;
     } else if (wanted >= kDirectReadSize) {
-        got = ReadFile(buffer, wanted, position_);
+        // A large body: what the window already holds of its start is
+        // copied, the rest read straight into the caller's buffer.
+        uint32_t held = 0;
+        if (position_ >= windowStart_ && position_ - windowStart_ < windowLength_) {
+            held = windowStart_ + windowLength_ - position_;
+            std::memcpy(buffer, window_.get() + (position_ - windowStart_), held);
+        }
+        got = held + ReadFile(buffer + held, wanted - held, position_ + held);
     } else if (size_ - position_ <= kTailSize) {
         const uint32_t length = std::min(size_, kTailSize);
         tailStart_ = size_ - length;

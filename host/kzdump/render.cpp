@@ -93,7 +93,9 @@ public:
 
     void Char(char32_t cp, bool quoted) {
         Lead();
-        if (cp == U'\\') {
+        if (cp > U' ' && cp < 0x7F && cp != U'\\' && cp != U'"') {
+            out_.push_back(static_cast<char>(cp));
+        } else if (cp == U'\\') {
             out_ += "\\\\";
         } else if (quoted && cp == U'"') {
             out_ += "\\\"";
