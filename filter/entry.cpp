@@ -63,6 +63,8 @@ KZ_EXPORT VwContext* VwAllocProc(void) {
 }
 
 KZ_EXPORT void VwFreeProc(VwContext* context) {
+    // A host may pass on what a failed VwAllocProc gave it.
+    if (context == nullptr) return;
     const KzHandle handle = kz::ToContext(context)->allocHandle;
     if (handle == nullptr) return;
     SYSNativeUnlock(handle);
