@@ -69,6 +69,11 @@ Calls EndBreak() { return {"break 2"}; }
 Calls SectionStart() { return {"start 9 0 0", "charset latin1", "flags 8000"}; }
 Calls Utf16(const Calls& inner) { return Calls{"charset utf16"} + inner + Calls{"charset latin1"}; }
 
+Calls V1Fields(uint32_t first, std::string_view title) {
+    return TextField(first, 118, title) + TextField(first + 1, 132, "") + TextField(first + 2, 105, "") +
+           TextField(first + 3, 150, "") + TextField(first + 4, 80, "") + TextField(first + 5, 108, "");
+}
+
 // ---- MemoryStream --------------------------------------------------------------
 
 MemoryStream::MemoryStream(Bytes data) : data_(std::move(data)) {

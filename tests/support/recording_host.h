@@ -22,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "filter/context.h"
 #include "kz_id3.h"
 #include "tag_builder.h"
 
@@ -43,6 +44,11 @@ Calls FrameBreak();
 Calls EndBreak();
 Calls SectionStart();  // the three calls of VwStreamSection
 Calls Utf16(const Calls& inner);  // inner bracketed by the two charset calls
+// The fields of the trailer Id3v1({.title = title}) numbered from `first`.
+Calls V1Fields(uint32_t first, std::string_view title = "V");
+
+// A text frame body: encoding byte 0, then the characters.
+inline Bytes TextBody(std::string_view text) { return Raw({0}) + Latin1(text); }
 
 // A stream over a byte vector.  A seek whose target lies outside 0..size
 // fails with a non-zero result and leaves the position alone.
@@ -140,6 +146,7 @@ public:
     // Reads until the end break, at most maxCalls read calls; returns the
     // number of read calls made.
     int ReadToEnd(int maxCalls = 64);
+    kz::ProcessContext* ctx() const { return kz::ToContext(context); }
 
     VwContext* context;
     MemoryStream file;
