@@ -28,9 +28,7 @@ struct WalkCase {
 void RunWalkCases(const std::vector<WalkCase>& cases) {
     for (const auto& c : cases) {
         Session s(c.file);
-        s.Start();
-        EXPECT_EQ(s.Read(), 0) << c.name;
-        EXPECT_EQ(s.host.Take(), c.expected) << c.name;
+        EXPECT_EQ(s.StartAndRead(), c.expected) << c.name;
         EXPECT_EQ(s.ctx()->frameCount, c.frameCount) << c.name;
     }
 }
@@ -87,9 +85,7 @@ TEST(FrameWalk, UnknownIdentifiersAreSkipped) {
     for (const auto& [major, id] : {std::pair{4, "TDRC"}, {4, "TDOR"}, {3, "tit2"}, {3, "TT2 "},
                                     {2, "TIT"}, {2, "TDY"}, {2, "TRC"}}) {
         Session s(Tag(major, Frame(major, id, TextBody("X"))) + kTrailer);
-        s.Start();
-        EXPECT_EQ(s.Read(), 0);
-        EXPECT_EQ(s.host.Take(), FrameBreak() + V1Fields(0) + EndBreak()) << major << " " << id;
+        EXPECT_EQ(s.StartAndRead(), FrameBreak() + V1Fields(0) + EndBreak()) << major << " " << id;
     }
 }
 

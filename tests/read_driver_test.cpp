@@ -23,9 +23,7 @@ TEST(Trailer, WorkedExampleGivesExactlyTheseCalls) {
                                            .comment = "Hi",
                                            .track = 3,
                                            .genre = 17}));
-    s.Start();
-    EXPECT_EQ(s.Read(), 0);
-    EXPECT_EQ(s.host.Take(), TextField(0, 118, "Song") + TextField(1, 132, "Band") +
+    EXPECT_EQ(s.StartAndRead(), TextField(0, 118, "Song") + TextField(1, 132, "Band") +
                                  TextField(2, 105, "") + TextField(3, 150, "1999") +
                                  TextField(4, 80, "Hi") + TextField(5, 139, "3") +
                                  TextField(6, 108, "17") + EndBreak());
@@ -68,9 +66,7 @@ TEST(Trailer, CommentTrackAndGenreRules) {
     };
     for (const auto& c : cases) {
         Session s(SilentMpegFrames(1) + c.trailer);
-        s.Start();
-        EXPECT_EQ(s.Read(), 0);
-        EXPECT_EQ(s.host.Take(), TextField(0, 118, "") + TextField(1, 132, "") +
+        EXPECT_EQ(s.StartAndRead(), TextField(0, 118, "") + TextField(1, 132, "") +
                                      TextField(2, 105, "") + TextField(3, 150, "") + c.afterYear +
                                      EndBreak())
             << c.name;
@@ -83,9 +79,7 @@ TEST(Trailer, TextBytesGoOutAsTheyAreAndZerosAreSkipped) {
     trailer[5] = 'B';     // title: A, zero, B
     trailer[96] = '9';    // year: 1, 9, zero, 9
     Session s(trailer);
-    s.Start();
-    EXPECT_EQ(s.Read(), 0);
-    EXPECT_EQ(s.host.Take(), TextField(0, 118, "AB") + TextField(1, 132, "\xE9t\xE9") +
+    EXPECT_EQ(s.StartAndRead(), TextField(0, 118, "AB") + TextField(1, 132, "\xE9t\xE9") +
                                  TextField(2, 105, "") + TextField(3, 150, "199") +
                                  TextField(4, 80, "") + TextField(5, 108, "") + EndBreak());
 }
@@ -93,9 +87,7 @@ TEST(Trailer, TextBytesGoOutAsTheyAreAndZerosAreSkipped) {
 TEST(Trailer, UnreadableTrailerIsReportedOnce) {
     Session s(SilentMpegFrames(1) + Id3v1({.title = "Song"}));
     s.file.readLimit = [](uint32_t, uint32_t count) { return count == 125 ? 124u : count; };
-    s.Start();
-    EXPECT_EQ(s.Read(), 0);
-    EXPECT_EQ(s.host.Take(), Calls{"failure 9"} + EndBreak());
+    EXPECT_EQ(s.StartAndRead(), Calls{"failure 9"} + EndBreak());
     EXPECT_EQ(s.Read(), 0);
     EXPECT_EQ(s.host.Take(), EndBreak());
 }
@@ -178,9 +170,7 @@ TEST(ReadDriver, WholeFiles) {
     };
     for (const auto& c : cases) {
         Session s(c.file);
-        s.Start();
-        EXPECT_EQ(s.Read(), 0) << c.name;
-        EXPECT_EQ(s.host.Take(), c.expected) << c.name;
+        EXPECT_EQ(s.StartAndRead(), c.expected) << c.name;
         EXPECT_EQ(s.ctx()->frameCount, c.frameCount) << c.name;
         EXPECT_EQ(s.ctx()->sectionState, kz::kContentFinished) << c.name;
     }
@@ -188,9 +178,7 @@ TEST(ReadDriver, WholeFiles) {
 
 TEST(ReadDriver, EveryReadAfterTheEndRepeatsOnlyTheEndBreak) {
     Session s(Tag(3, Frame(3, "TIT2", TextBody("A"))) + Id3v1({.title = "V"}));
-    s.Start();
-    EXPECT_EQ(s.Read(), 0);
-    EXPECT_EQ(s.host.Take(), TextField(1, 118, "A") + FrameBreak() + V1Fields(1) + EndBreak());
+    EXPECT_EQ(s.StartAndRead(), TextField(1, 118, "A") + FrameBreak() + V1Fields(1) + EndBreak());
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(s.Read(), 0);
         EXPECT_EQ(s.host.Take(), EndBreak());

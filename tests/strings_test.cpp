@@ -14,23 +14,6 @@ namespace {
 
 using namespace kztest;
 
-class StringOutput : public ::testing::Test {
-protected:
-    void SetUp() override {
-        context_ = VwAllocProc();
-        ASSERT_NE(context_, nullptr);
-        host_ = std::make_unique<RecordingHost>(context_);
-    }
-    void TearDown() override {
-        host_.reset();
-        VwFreeProc(context_);
-    }
-    kz::ProcessContext* ctx() { return kz::ToContext(context_); }
-
-    VwContext* context_ = nullptr;
-    std::unique_ptr<RecordingHost> host_;
-};
-
 struct Utf16Case {
     const char* name;
     Bytes body;
@@ -41,7 +24,8 @@ struct Utf16Case {
     uint32_t result;
 };
 
-TEST_F(StringOutput, Utf16Text) {
+TEST(StringOutput, Utf16Text) {
+    Session s({});
     const Utf16Case cases[] = {
         {"little-endian with terminator", Raw({0xFF, 0xFE, 0x41, 0, 0x42, 0, 0, 0}), 0, 8,
          Chars("AB"), 1, 8},
@@ -66,10 +50,10 @@ TEST_F(StringOutput, Utf16Text) {
     for (const auto& c : cases) {
         const auto body = std::make_unique<uint8_t[]>(c.body.size());
         std::copy(c.body.begin(), c.body.end(), body.get());
-        ctx()->utf16Order = 7;
-        EXPECT_EQ(kz::EmitUtf16Text(body.get(), c.start, c.limit, ctx()), c.result) << c.name;
-        EXPECT_EQ(host_->Take(), c.expected) << c.name;
-        EXPECT_EQ(ctx()->utf16Order, c.order) << c.name;
+        s.ctx()->utf16Order = 7;
+        EXPECT_EQ(kz::EmitUtf16Text(body.get(), c.start, c.limit, s.ctx()), c.result) << c.name;
+        EXPECT_EQ(s.host.Take(), c.expected) << c.name;
+        EXPECT_EQ(s.ctx()->utf16Order, c.order) << c.name;
     }
 }
 
@@ -81,7 +65,8 @@ struct EncodedCase {
     uint32_t result;
 };
 
-TEST_F(StringOutput, EncodedString) {
+TEST(StringOutput, EncodedString) {
+    Session s({});
     const EncodedCase cases[] = {
         {"single-byte with terminator", Raw({0, 0x41, 0x42, 0, 0x43}), 5, Chars("AB"), 4},
         {"single-byte ended by the limit", Raw({0, 0x41, 0x42}), 3, Chars("AB"), 4},
@@ -101,24 +86,12 @@ TEST_F(StringOutput, EncodedString) {
     for (const auto& c : cases) {
         const auto body = std::make_unique<uint8_t[]>(c.body.size());
         std::copy(c.body.begin(), c.body.end(), body.get());
-        ctx()->frameCount = 7;
-        EXPECT_EQ(kz::EmitEncodedString(body.get(), c.limit, ctx()), c.result) << c.name;
-        EXPECT_EQ(host_->Take(), Calls{"begin S 507 507"} + c.content + Calls{"end S ffffffff"})
+        s.ctx()->frameCount = 7;
+        EXPECT_EQ(kz::EmitEncodedString(body.get(), c.limit, s.ctx()), c.result) << c.name;
+        EXPECT_EQ(s.host.Take(), Calls{"begin S 507 507"} + c.content + Calls{"end S ffffffff"})
             << c.name;
-        EXPECT_EQ(ctx()->frameCount, 7u) << c.name;
+        EXPECT_EQ(s.ctx()->frameCount, 7u) << c.name;
     }
-}
-
-TEST_F(StringOutput, ByteOrderOfTheLastMarkStays) {
-    const uint8_t little[] = {1, 0xFF, 0xFE, 0x41, 0};
-    const uint8_t big[] = {1, 0xFE, 0xFF, 0, 0x41};
-    kz::EmitEncodedString(little, sizeof little, ctx());
-    EXPECT_EQ(ctx()->utf16Order, kz::kUtf16LittleEndian);
-    kz::EmitEncodedString(big, sizeof big, ctx());
-    EXPECT_EQ(ctx()->utf16Order, kz::kUtf16BigEndian);
-    const uint8_t latin[] = {0, 0x41};
-    kz::EmitEncodedString(latin, sizeof latin, ctx());
-    EXPECT_EQ(ctx()->utf16Order, kz::kUtf16BigEndian);
 }
 
 }  // namespace

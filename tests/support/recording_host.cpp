@@ -25,19 +25,11 @@ std::string Hex(uint32_t value) {
 }
 
 std::string TagKind(uint32_t kind) {
-    if (kind == SO_TAG_FRAME) return "F";
-    if (kind == SO_TAG_STRING) return "S";
-    return Hex(kind);
+    return kind == SO_TAG_FRAME ? "F" : kind == SO_TAG_STRING ? "S" : Hex(kind);
 }
-
-std::string TagNumber(uint32_t number) {
-    return number == 0xFFFFFFFFu ? "ffffffff" : std::to_string(number);
-}
-
+std::string TagNumber(uint32_t number) { return number == 0xFFFFFFFFu ? "ffffffff" : std::to_string(number); }
 std::string CharSet(uint32_t charset) {
-    if (charset == SO_CHARSET_LATIN1) return "latin1";
-    if (charset == SO_CHARSET_UTF16) return "utf16";
-    return Hex(charset);
+    return charset == SO_CHARSET_LATIN1 ? "latin1" : charset == SO_CHARSET_UTF16 ? "utf16" : Hex(charset);
 }
 
 }  // namespace
@@ -148,44 +140,36 @@ struct RecordingRoutines {
         return host;
     }
 
-    static void OutChar(uint16_t code, uint64_t user1, uint64_t user2) {
-        if (auto* h = Find(user1, user2)) h->Record("char " + Hex(code));
+    static void Rec(uint64_t user1, uint64_t user2, const std::string& call) {
+        if (auto* h = Find(user1, user2)) h->Record(call);
     }
-    static void OutSpecial(uint16_t special, uint64_t user1, uint64_t user2) {
-        if (auto* h = Find(user1, user2)) h->Record("special " + std::to_string(special));
+    static void OutChar(uint16_t code, uint64_t u1, uint64_t u2) { Rec(u1, u2, "char " + Hex(code)); }
+    static void OutSpecial(uint16_t special, uint64_t u1, uint64_t u2) {
+        Rec(u1, u2, "special " + std::to_string(special));
     }
-    static uint32_t OutBreak(uint16_t kind, uint16_t zero, uint64_t user1, uint64_t user2) {
-        auto* h = Find(user1, user2);
+    static uint32_t OutBreak(uint16_t kind, uint16_t zero, uint64_t u1, uint64_t u2) {
+        auto* h = Find(u1, u2);
         if (h == nullptr) return 0;
-        std::string call = "break " + std::to_string(kind);
-        if (zero != 0) call += " " + std::to_string(zero);
-        h->Record(call);
+        h->Record("break " + std::to_string(kind) + (zero != 0 ? " " + std::to_string(zero) : ""));
         if (kind == SO_BREAK_FRAME) ++h->frameBreaks_;
         return h->breakAnswer ? h->breakAnswer(kind, h->frameBreaks_) : 0;
     }
-    static void StartSection(uint32_t a, uint32_t b, uint32_t c, uint64_t user1, uint64_t user2) {
-        if (auto* h = Find(user1, user2))
-            h->Record("start " + std::to_string(a) + " " + std::to_string(b) + " " + std::to_string(c));
+    static void StartSection(uint32_t a, uint32_t b, uint32_t c, uint64_t u1, uint64_t u2) {
+        Rec(u1, u2, "start " + std::to_string(a) + " " + std::to_string(b) + " " + std::to_string(c));
     }
-    static void ReportFailure(uint32_t failure, uint64_t user1, uint64_t user2) {
-        if (auto* h = Find(user1, user2)) h->Record("failure " + std::to_string(failure));
+    static void ReportFailure(uint32_t failure, uint64_t u1, uint64_t u2) {
+        Rec(u1, u2, "failure " + std::to_string(failure));
     }
-    static void BeginTag(uint32_t kind, uint32_t number, const KzTagDescriptor* descriptor,
-                         uint64_t user1, uint64_t user2) {
-        auto* h = Find(user1, user2);
-        if (h == nullptr) return;
+    static void BeginTag(uint32_t kind, uint32_t number, const KzTagDescriptor* descriptor, uint64_t u1,
+                         uint64_t u2) {
         const std::string field = descriptor ? std::to_string(descriptor->fieldNumber) : "null";
-        h->Record("begin " + TagKind(kind) + " " + TagNumber(number) + " " + field);
+        Rec(u1, u2, "begin " + TagKind(kind) + " " + TagNumber(number) + " " + field);
     }
-    static void EndTag(uint32_t kind, uint32_t number, uint64_t user1, uint64_t user2) {
-        if (auto* h = Find(user1, user2)) h->Record("end " + TagKind(kind) + " " + TagNumber(number));
+    static void EndTag(uint32_t kind, uint32_t number, uint64_t u1, uint64_t u2) {
+        Rec(u1, u2, "end " + TagKind(kind) + " " + TagNumber(number));
     }
-    static void SetCharSet(uint32_t charset, uint64_t user1, uint64_t user2) {
-        if (auto* h = Find(user1, user2)) h->Record("charset " + CharSet(charset));
-    }
-    static void SetSectionFlags(uint32_t flags, uint64_t user1, uint64_t user2) {
-        if (auto* h = Find(user1, user2)) h->Record("flags " + Hex(flags));
-    }
+    static void SetCharSet(uint32_t charset, uint64_t u1, uint64_t u2) { Rec(u1, u2, "charset " + CharSet(charset)); }
+    static void SetSectionFlags(uint32_t flags, uint64_t u1, uint64_t u2) { Rec(u1, u2, "flags " + Hex(flags)); }
 };
 
 RecordingHost::RecordingHost(VwContext* context, const RegistrationEntries& entries) {
@@ -247,6 +231,12 @@ void Session::Start() {
 }
 
 int32_t Session::Read() { return VwStreamRead(file.stream(), context); }
+
+Calls Session::StartAndRead() {
+    Start();
+    EXPECT_EQ(Read(), 0);
+    return host.Take();
+}
 
 int Session::ReadToEnd(int maxCalls) {
     for (int n = 1; n <= maxCalls; ++n) {

@@ -143,6 +143,8 @@ public:
     // are taken out of the record.
     void Start();
     int32_t Read();
+    // Start, then one read (expecting 0); the calls that read made.
+    Calls StartAndRead();
     // Reads until the end break, at most maxCalls read calls; returns the
     // number of read calls made.
     int ReadToEnd(int maxCalls = 64);

@@ -19,25 +19,19 @@ Bytes operator+(Bytes a, const Bytes& b) { return a += b; }
 
 Bytes Latin1(std::string_view s) { return Bytes(s.begin(), s.end()); }
 
-Bytes Utf16Le(std::u16string_view s, bool mark) {
+namespace {
+Bytes Utf16(std::u16string_view s, bool mark, bool big) {
     Bytes out;
-    if (mark) out = {0xFF, 0xFE};
-    for (char16_t unit : s) {
-        out.push_back(static_cast<uint8_t>(unit & 0xFF));
-        out.push_back(static_cast<uint8_t>(unit >> 8));
+    for (const char16_t unit : mark ? u"\uFEFF" + std::u16string(s) : std::u16string(s)) {
+        out.push_back(static_cast<uint8_t>(big ? unit >> 8 : unit & 0xFF));
+        out.push_back(static_cast<uint8_t>(big ? unit & 0xFF : unit >> 8));
     }
     return out;
 }
+}  // namespace
 
-Bytes Utf16Be(std::u16string_view s, bool mark) {
-    Bytes out;
-    if (mark) out = {0xFE, 0xFF};
-    for (char16_t unit : s) {
-        out.push_back(static_cast<uint8_t>(unit >> 8));
-        out.push_back(static_cast<uint8_t>(unit & 0xFF));
-    }
-    return out;
-}
+Bytes Utf16Le(std::u16string_view s, bool mark) { return Utf16(s, mark, false); }
+Bytes Utf16Be(std::u16string_view s, bool mark) { return Utf16(s, mark, true); }
 
 Bytes Zeros(size_t count) { return Bytes(count, 0); }
 
@@ -84,17 +78,9 @@ Bytes Padded(const std::string& text, size_t width) {
 }  // namespace
 
 Bytes Id3v1(const Id3v1Fields& fields) {
-    Bytes out = Latin1("TAG");
-    out += Padded(fields.title, 30);
-    out += Padded(fields.artist, 30);
-    out += Padded(fields.album, 30);
-    out += Padded(fields.year, 4);
-    if (fields.track) {
-        out += Padded(fields.comment, 28);
-        out += {0x00, *fields.track};
-    } else {
-        out += Padded(fields.comment, 30);
-    }
+    Bytes out = Latin1("TAG") + Padded(fields.title, 30) + Padded(fields.artist, 30) +
+                Padded(fields.album, 30) + Padded(fields.year, 4);
+    out += fields.track ? Padded(fields.comment, 28) + Bytes{0x00, *fields.track} : Padded(fields.comment, 30);
     out.push_back(fields.genre);
     return out;
 }
