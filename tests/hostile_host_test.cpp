@@ -206,6 +206,9 @@ TEST(HostileHost, ReopeningAfterEveryStateGivesAFreshRead) {
 // With a context, a body that needs a host block is skipped and the rest of
 // the file still read.
 TEST(HostileHost, EveryAllocationFailing) {
+    KzSysFailAllocationsAfter(0);
+    VwFreeProc(VwAllocProc());  // no context; freeing the null does nothing
+    KzSysResetFaults();
     Session session(MixedFile());
     KzSysFailAllocationsAfter(0);
     const Outcome outcome = ReadThrough(session, session.file.stream());

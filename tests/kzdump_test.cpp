@@ -159,6 +159,16 @@ TEST(Kzdump, ShowsTheFieldsOfSamplesAndOfFilesBuiltHere) {
     const std::string people = dir.Write(
         "people.mp3", kztest::Tag(3, Frame(3, "TIT2", Raw({0, 'T'})) +
                                          Frame(3, "IPLS", Raw({0x00, 'a', 0x00, 'b', 0x00}))));
+    // 100 bytes that declare a text frame of almost 2 GB, or of 50 MB (below
+    // the host's default limit): kzdump refuses any block larger than the
+    // file, and the field stays empty.
+    const auto declaring = [&dir](const std::string& name, uint32_t size) {
+        Bytes bytes = kztest::Tag(3, Frame(3, "TIT2", Raw({0, 'A'}), size), {.declaredSize = 0x0FFFFFFF});
+        bytes.resize(100, 0);
+        return dir.Write(name, bytes);
+    };
+    const std::string huge = declaring("huge.mp3", 0x7FFFFF00);
+    const std::string large = declaring("large.mp3", 50'000'000);
     const struct {
         std::string path;
         bool whole;  // false: the lines after the header start with these
@@ -184,6 +194,8 @@ TEST(Kzdump, ShowsTheFieldsOfSamplesAndOfFilesBuiltHere) {
         {escapes, true, {"  TIT2: A\\x01B\\\\\\x7F\\x0A", "  TPE1: x\uFFFDy\uFFFD"}},
         {user, true, {"  TXXX \"Mood\": calm", "  WXXX \"Home\": http://h/", "  TXXX/WXXX \"Key\": value"}},
         {people, true, {"  TIT2: T", "  (outside any field): a b "}},
+        {huge, true, {"  TIT2:"}},
+        {large, true, {"  TIT2:"}},
     };
     for (const auto& c : cases) {
         const RunResult run = Kzdump({c.path});
