@@ -145,7 +145,26 @@ void Session::SetSectionFlags(uint32_t, uint64_t user1, uint64_t user2) { From(u
 
 // ---- Routines that trace every call -----------------------------------------
 
-void Session::TraceEnd(uint64_t user1, uint64_t user2) {
+namespace {
+
+struct Hex {
+    uint32_t value;
+    int digits;
+};
+
+void Append(std::string& out, const char* text) { out += text; }
+void Append(std::string& out, uint32_t number) { AppendNumber(number, out); }
+void Append(std::string& out, Hex hex) {
+    out += "0x";
+    AppendHex(hex.value, hex.digits, out);
+}
+
+}  // namespace
+
+template <typename... Parts>
+void Session::Trace(uint64_t user1, uint64_t user2, const Parts&... parts) {
+    if (runaway_) return;
+    (Append(*trace_, parts), ...);
     if (user2 != kUserCheck || reinterpret_cast<Session*>(user1) != this) {
         *trace_ += "  # altered user pair";
     }
@@ -154,109 +173,51 @@ void Session::TraceEnd(uint64_t user1, uint64_t user2) {
 }
 
 void Session::TraceOutChar(uint16_t code, uint64_t user1, uint64_t user2) {
-    Session* session = From(user1, user2);
-    if (session->runaway_) return;
-    *session->trace_ += "SOOutChar(0x";
-    AppendHex(code, 4, *session->trace_);
-    *session->trace_ += ")";
-    session->TraceEnd(user1, user2);
+    From(user1, user2)->Trace(user1, user2, "SOOutChar(", Hex{code, 4}, ")");
 }
 
 void Session::TraceOutSpecial(uint16_t special, uint64_t user1, uint64_t user2) {
-    Session* session = From(user1, user2);
-    if (session->runaway_) return;
-    *session->trace_ += "SOOutSpecial(";
-    AppendNumber(special, *session->trace_);
-    *session->trace_ += ")";
-    session->TraceEnd(user1, user2);
+    From(user1, user2)->Trace(user1, user2, "SOOutSpecial(", uint32_t{special}, ")");
 }
 
 uint32_t Session::TraceOutBreak(uint16_t kind, uint16_t zero, uint64_t user1, uint64_t user2) {
     Session* session = From(user1, user2);
     const uint32_t status = session->OnBreak(kind);
-    if (session->runaway_) return status;
-    std::string& out = *session->trace_;
-    out += "SOOutBreak(";
-    AppendNumber(kind, out);
-    out += ", ";
-    AppendNumber(zero, out);
-    out += ") = ";
-    AppendNumber(status, out);
-    session->TraceEnd(user1, user2);
+    session->Trace(user1, user2, "SOOutBreak(", uint32_t{kind}, ", ", uint32_t{zero}, ") = ",
+                   status);
     return status;
 }
 
 void Session::TraceStartSection(uint32_t a, uint32_t b, uint32_t c, uint64_t user1,
                                 uint64_t user2) {
-    Session* session = From(user1, user2);
-    if (session->runaway_) return;
-    std::string& out = *session->trace_;
-    out += "SOStartSection(";
-    AppendNumber(a, out);
-    out += ", ";
-    AppendNumber(b, out);
-    out += ", ";
-    AppendNumber(c, out);
-    out += ")";
-    session->TraceEnd(user1, user2);
+    From(user1, user2)->Trace(user1, user2, "SOStartSection(", a, ", ", b, ", ", c, ")");
 }
 
 void Session::TraceReportFailure(uint32_t failure, uint64_t user1, uint64_t user2) {
-    Session* session = From(user1, user2);
-    if (session->runaway_) return;
-    *session->trace_ += "SOReportFailure(";
-    AppendNumber(failure, *session->trace_);
-    *session->trace_ += ")";
-    session->TraceEnd(user1, user2);
+    From(user1, user2)->Trace(user1, user2, "SOReportFailure(", failure, ")");
 }
 
 void Session::TraceBeginTag(uint32_t kind, uint32_t number, const KzTagDescriptor* descriptor,
                             uint64_t user1, uint64_t user2) {
     Session* session = From(user1, user2);
-    if (session->runaway_) return;
-    std::string& out = *session->trace_;
-    out += "SOBeginTag(0x";
-    AppendHex(kind, 8, out);
-    out += ", ";
-    AppendNumber(number, out);
     if (descriptor == nullptr) {
-        out += ", null)";
+        session->Trace(user1, user2, "SOBeginTag(", Hex{kind, 8}, ", ", number, ", null)");
     } else {
-        out += ", {";
-        AppendNumber(descriptor->fieldNumber, out);
-        out += "})";
+        session->Trace(user1, user2, "SOBeginTag(", Hex{kind, 8}, ", ", number, ", {",
+                       descriptor->fieldNumber, "})");
     }
-    session->TraceEnd(user1, user2);
 }
 
 void Session::TraceEndTag(uint32_t kind, uint32_t number, uint64_t user1, uint64_t user2) {
-    Session* session = From(user1, user2);
-    if (session->runaway_) return;
-    std::string& out = *session->trace_;
-    out += "SOEndTag(0x";
-    AppendHex(kind, 8, out);
-    out += ", ";
-    AppendNumber(number, out);
-    out += ")";
-    session->TraceEnd(user1, user2);
+    From(user1, user2)->Trace(user1, user2, "SOEndTag(", Hex{kind, 8}, ", ", number, ")");
 }
 
 void Session::TraceSetCharSet(uint32_t charset, uint64_t user1, uint64_t user2) {
-    Session* session = From(user1, user2);
-    if (session->runaway_) return;
-    *session->trace_ += "SOSetCharSet(0x";
-    AppendHex(charset, 8, *session->trace_);
-    *session->trace_ += ")";
-    session->TraceEnd(user1, user2);
+    From(user1, user2)->Trace(user1, user2, "SOSetCharSet(", Hex{charset, 8}, ")");
 }
 
 void Session::TraceSetSectionFlags(uint32_t flags, uint64_t user1, uint64_t user2) {
-    Session* session = From(user1, user2);
-    if (session->runaway_) return;
-    *session->trace_ += "SOSetSectionFlags(0x";
-    AppendHex(flags, 4, *session->trace_);
-    *session->trace_ += ")";
-    session->TraceEnd(user1, user2);
+    From(user1, user2)->Trace(user1, user2, "SOSetSectionFlags(", Hex{flags, 4}, ")");
 }
 
 // ---- One file ----------------------------------------------------------------

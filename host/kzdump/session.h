@@ -66,8 +66,10 @@ private:
     static void TraceEndTag(uint32_t kind, uint32_t number, uint64_t user1, uint64_t user2);
     static void TraceSetCharSet(uint32_t charset, uint64_t user1, uint64_t user2);
     static void TraceSetSectionFlags(uint32_t flags, uint64_t user1, uint64_t user2);
-    // The end of a trace line: a note when the user pair came back altered.
-    void TraceEnd(uint64_t user1, uint64_t user2);
+    // One trace line of the given parts, with a note when the user pair came
+    // back altered.
+    template <typename... Parts>
+    void Trace(uint64_t user1, uint64_t user2, const Parts&... parts);
 
     const Module& module_;
     const Options& options_;
