@@ -24,21 +24,9 @@ void FileRecord::CloseOpen() {
     open_ = kNone;
 }
 
-void FileRecord::OpenOutside() {
+void FileRecord::Open(Item::Kind kind, uint32_t tag, uint32_t fieldNumber) {
     Item item;
-    item.kind = Item::Kind::Outside;
-    item.begin = codes_.size();
-    item.end = item.begin;
-    item.firstString = stringTags_.size();
-    item.frameBreaksBefore = frameBreaks_;
-    open_ = items_.size();
-    items_.push_back(item);
-}
-
-void FileRecord::BeginField(uint32_t tag, uint32_t fieldNumber) {
-    CloseOpen();
-    Item item;
-    item.kind = Item::Kind::Field;
+    item.kind = kind;
     item.tag = tag;
     item.fieldNumber = fieldNumber;
     item.begin = codes_.size();
@@ -49,12 +37,17 @@ void FileRecord::BeginField(uint32_t tag, uint32_t fieldNumber) {
     items_.push_back(item);
 }
 
+void FileRecord::BeginField(uint32_t tag, uint32_t fieldNumber) {
+    CloseOpen();
+    Open(Item::Kind::Field, tag, fieldNumber);
+}
+
 void FileRecord::EndField() {
     if (open_ != kNone && items_[open_].kind == Item::Kind::Field) CloseOpen();
 }
 
 void FileRecord::BeginString(uint32_t tag) {
-    if (open_ == kNone) OpenOutside();
+    if (open_ == kNone) Open(Item::Kind::Outside, 0, 0);
     if (inString_) EndString();
     // Markers are kept even past the limit, so that the strings pair up.
     codes_.push_back(kStringBegin);

@@ -60,14 +60,15 @@ public:
 
 private:
     void Push(uint32_t entry) {
-        if (open_ == kNone) OpenOutside();
+        if (open_ == kNone) Open(Item::Kind::Outside, 0, 0);
         if (codes_.size() >= codeLimit_) {
             overflowed_ = true;
             return;
         }
         codes_.push_back(entry);
     }
-    void OpenOutside();
+    // Opens an item at the current end of the codes.
+    void Open(Item::Kind kind, uint32_t tag, uint32_t fieldNumber);
     void CloseOpen();
 
     static constexpr size_t kNone = static_cast<size_t>(-1);
