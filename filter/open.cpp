@@ -46,9 +46,12 @@ KZ_EXPORT int32_t VwStreamOpen(KzStream* stream, uint16_t fileType, uint64_t, Kz
     ProcessContext* ctx = kz::ToContext(context);
     std::memset(ctx, 0, VW_PARSE_STATE_SIZE);
     ctx->fileType = fileType;
-    fileInfo->word = VW_FILEINFO_WORD;
-    const unsigned row = static_cast<unsigned>(fileType) - VW_FILETYPE_FIRST;
-    if (row < VW_FILETYPE_COUNT) std::strcpy(fileInfo->typeName, VwId3OverlayId[row].name + 1);
+    // A host that wants no type name may pass no record.
+    if (fileInfo != nullptr) {
+        fileInfo->word = VW_FILEINFO_WORD;
+        const unsigned row = static_cast<unsigned>(fileType) - VW_FILETYPE_FIRST;
+        if (row < VW_FILETYPE_COUNT) std::strcpy(fileInfo->typeName, VwId3OverlayId[row].name + 1);
+    }
 
     kz::StreamSeek(stream, SO_SEEK_SET, 0);
     const kz::TagHeaderStatus status = kz::ReadTagHeader(stream, ctx);

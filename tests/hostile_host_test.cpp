@@ -141,9 +141,9 @@ TEST(HostileStream, TellAlwaysZeroOverRepeatedTags) {
 }
 
 // VwLocalUp only: every routine is SODummy, whose 0 lets reading go on.  No
-// VwLocalUp at all: the table is empty and nothing is called.  Either way
-// the whole file is read: five frames and the padding, then the seven
-// trailer fields.
+// VwLocalUp at all: the table is empty and nothing is called; that host
+// passes no file information record either.  Either way the whole file is
+// read: five frames and the padding, then the seven trailer fields.
 TEST(HostileHost, RoutinesLeftAtTheDefault) {
     for (const bool localUp : {true, false}) {
         VwContext* context = VwAllocProc();
@@ -152,7 +152,9 @@ TEST(HostileHost, RoutinesLeftAtTheDefault) {
         if (localUp) VwLocalUp(7, &value, context);
         MemoryStream stream(MixedFile());
         KzFileInfo info{};
-        EXPECT_EQ(VwStreamOpen(stream.stream(), VW_FILETYPE_DEFAULT, 0, &info, context), VW_OPEN_OK);
+        EXPECT_EQ(VwStreamOpen(stream.stream(), VW_FILETYPE_DEFAULT, 0, localUp ? &info : nullptr,
+                               context),
+                  VW_OPEN_OK);
         EXPECT_EQ(VwStreamSection(stream.stream(), context), 0);
         EXPECT_EQ(VwStreamRead(stream.stream(), context), 0);
         EXPECT_EQ(kz::ToContext(context)->sectionState, kz::kContentFinished) << localUp;
