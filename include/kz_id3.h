@@ -253,6 +253,7 @@ typedef int32_t (*VwGetInfoFn)(void*, uint16_t);
 typedef int32_t (*VwStreamFn)(KzStream*, VwContext*);
 typedef void (*VwGetDataFn)(void*, VwContext*);
 typedef void (*VwSetDataFn)(const void*, VwContext*);
+typedef void (*VwStreamCloseFn)(KzStream*, VwContext*);
 typedef void (*VwGetRtnsFn)(VwEntry*, uint16_t);
 
 /* ---- Exported data ------------------------------------------------------------ */

@@ -9,8 +9,6 @@
 
 namespace kzdump {
 
-using VwStreamCloseFn = void (*)(KzStream*, VwContext*);
-
 struct Module {
     void* handle = nullptr;
     VwStreamOpenFn streamOpen = nullptr;
