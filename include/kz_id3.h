@@ -215,6 +215,53 @@ enum {
     KZ_FIELD_USER_DEFINED_BASE = 500 /* + the frame's number */
 };
 
+/* ---- Field names ------------------------------------------------------------ */
+/* The four-letter identifier of the ID3v2.3/2.4 frames that carry a field
+ * number (KzFieldIdent(118) is "TIT2"; ID3v2.2 frames share the numbers of
+ * their four-letter counterparts), and a short English label for it
+ * (KzFieldLabel(118) is "Title"), right for the ID3v1 field of that number
+ * too.  Null for a user-defined field (500 and up: the number alone does not
+ * say TXXX or WXXX, and its description names it) and for any number the
+ * module never delivers. */
+static inline const char* KzFieldIdent(uint32_t fieldNumber) {
+    static const char idents[KZ_FIELD_LAST - KZ_FIELD_FIRST + 1][5] = {
+        "AENC", "APIC", "ASPI", "COMM", "COMR", "ENCR", "EQUA", "EQU2", "ETCO", "GEOB", "GRID",
+        "", "LINK", "", "MLLT", "OWNE", "PRIV", "PCNT", "POPM", "POSS", "RBUF", "RVAD", "RVA2",
+        "RVRB", "SEEK", "", "SYLT", "", "TALB", "TBPM", "TCOM", "TCON", "TCOP", "TDAT", "TDLY",
+        "TENC", "TEXT", "TFLT", "TIME", "TIPL", "TIT1", "TIT2", "TIT3", "TKEY", "TLAN", "TLEN",
+        "TMCL", "TMOO", "TMED", "TOAL", "TOFN", "TOLY", "TOPE", "TORY", "TOWN", "TPE1", "TPE2",
+        "TPE3", "TPE4", "TPOS", "TPRO", "TPUB", "TRCK", "TRDA", "TRSN", "TRSO", "TSIZ", "TSRC",
+        "TSOA", "TSOP", "TSOT", "TSSE", "TSST", "TYER", "UFID", "USER", "USLT", "WCOM", "WCOP",
+        "WOAF", "WOAR", "WOAS", "WORS", "WPAY", "WPUB"};
+    if (fieldNumber < KZ_FIELD_FIRST || fieldNumber > KZ_FIELD_LAST) return NULL;
+    return idents[fieldNumber - KZ_FIELD_FIRST][0] != '\0' ? idents[fieldNumber - KZ_FIELD_FIRST]
+                                                           : NULL;
+}
+
+static inline const char* KzFieldLabel(uint32_t fieldNumber) {
+    static const char* const labels[KZ_FIELD_LAST - KZ_FIELD_FIRST + 1] = {
+        "Audio encryption", "Attached picture", "Audio seek point index", "Comment",
+        "Commercial", "Encryption method registration", "Equalisation", "Equalisation (2)",
+        "Event timing codes", "General encapsulated object",
+        "Group identification registration", 0, "Linked information", 0,
+        "MPEG location lookup table", "Ownership", "Private", "Play counter", "Popularimeter",
+        "Position synchronisation", "Recommended buffer size", "Relative volume adjustment",
+        "Relative volume adjustment (2)", "Reverb", "Seek", 0, "Synchronised lyrics", 0,
+        "Album", "BPM", "Composer", "Genre", "Copyright", "Date", "Playlist delay",
+        "Encoded by", "Lyricist", "File type", "Time", "Involved people", "Content group",
+        "Title", "Subtitle", "Initial key", "Language", "Length", "Musician credits", "Mood",
+        "Media type", "Original album", "Original filename", "Original lyricist",
+        "Original artist", "Original release year", "File owner", "Artist", "Band",
+        "Conductor", "Remixed by", "Part of set", "Produced notice", "Publisher", "Track",
+        "Recording dates", "Radio station", "Radio station owner", "Size", "ISRC",
+        "Album sort order", "Performer sort order", "Title sort order", "Encoder settings",
+        "Set subtitle", "Year", "Unique file identifier", "Terms of use", "Lyrics",
+        "Commercial information URL", "Copyright URL", "Audio file URL", "Artist URL",
+        "Audio source URL", "Radio station URL", "Payment URL", "Publisher URL"};
+    if (fieldNumber < KZ_FIELD_FIRST || fieldNumber > KZ_FIELD_LAST) return NULL;
+    return labels[fieldNumber - KZ_FIELD_FIRST];
+}
+
 /* ---- Entry points ------------------------------------------------------------ */
 typedef struct VwContext VwContext; /* the process context, opaque to the host */
 
