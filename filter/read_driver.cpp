@@ -111,6 +111,10 @@ bool SkipExtendedHeader(KzStream* stream, ProcessContext* ctx) {
     return true;
 }
 
+// Where the current tag's header ended, as the stream's tell reported it:
+// the tag's start plus 10.
+uint32_t HeaderEnd(const ProcessContext* ctx) { return ctx->tagEnd - ctx->tagSize; }
+
 }  // namespace
 }  // namespace kz
 
@@ -132,17 +136,19 @@ KZ_EXPORT int32_t VwStreamRead(KzStream* stream, VwContext* context) {
     while (status == 0 && ctx->sectionState != kContentFinished) {
         switch (ctx->sectionState) {
             case kFindTagHeader: {
-                // Every further tag ends past the one before it; a header that
-                // claims otherwise (a stream whose tell misreports) would make
-                // the walk go round in circles, so it counts as no header.
-                uint32_t previousEnd = ctx->tagEnd;
+                // Every further tag starts past the start of the one before
+                // it, also when a tag overran the file and the stream stayed
+                // where its frames ended.  A header that claims otherwise (a
+                // stream whose tell misreports, or that never moves) would
+                // send the search round in circles, so it counts as no header.
+                uint32_t previousHeaderEnd = HeaderEnd(ctx);
                 TagHeaderStatus header = ReadTagHeader(stream, ctx);
-                while (header == kUnsupportedTagVersion && ctx->tagEnd > previousEnd) {
-                    previousEnd = ctx->tagEnd;
+                while (header == kUnsupportedTagVersion && HeaderEnd(ctx) > previousHeaderEnd) {
+                    previousHeaderEnd = HeaderEnd(ctx);
                     StreamSeek(stream, SO_SEEK_SET, static_cast<int32_t>(ctx->tagEnd));
                     header = ReadTagHeader(stream, ctx);
                 }
-                if (ctx->tagEnd <= previousEnd) header = kNoTagHeader;
+                if (HeaderEnd(ctx) <= previousHeaderEnd) header = kNoTagHeader;
                 ctx->sectionState = header == kTagHeaderOk ? kTagHeaderRead
                                     : ctx->hasId3v1        ? kReadTrailer
                                                            : kContentFinished;

@@ -129,6 +129,21 @@ TEST(ReadDriver, WholeFiles) {
     const Bytes trailer = Id3v1({.title = "V"});
     const Calls twoFrames = TextField(1, 118, "Song") + FrameBreak() +
                             TextField(2, 132, kLong) + FrameBreak();
+    // 198 bytes: an empty tag; a tag that declares 332 bytes, of which its
+    // frames and 10 bytes of padding take 42; a tag right after that padding,
+    // running to the end of the file.  The stream refuses the seek to the
+    // overrunning tag's end and stays where the padding was read.
+    const Bytes overrun = Tag(4, Frame(4, "CHAP", Raw({3})) + Frame(4, "TPE3", Raw({3})),
+                              {.padding = 10, .declaredSize = 332});
+    const Bytes rbuf = Raw({0x02, 0x39, 0x31, 0x63, 0x62, 0x00, 0x41, 0x00, 0x00, 0xDE, 0x00,
+                            0x00, 0x41, 0x00, 0x41, 0x00, 0x00, 0x00, 0x41, 0x00, 0xE9, 0x00,
+                            0x7A, 0x00, 0x00, 0x20, 0xAC, 0x00, 0x41, 0x00, 0x00, 0x61, 0xFF,
+                            0x63, 0x5A, 0x5A, 0x62, 0x5A, 0x20, 0x62, 0xFF, 0x58, 0x0A, 0x00});
+    const Bytes aspi = Raw({0x01, 0xE0, 0xC6, 0xC3, 0x85, 0x6C, 0xB1, 0xC7, 0x7F, 0xA7, 0x27, 0xBF});
+    const std::string wcom("\x03 \xE9" "c\xFF\n\xFF\n1 1\0" "191Zac\0X0\0\0A\0\0\xFF\xFE\0\0", 30);
+    const Bytes tmoo = Raw({2, 0x00, 0xFE, 0xFF, 0x00, 0x41, 0x62, 0x0A, 0xE9, 0x00});
+    const Bytes next = Tag(3, Frame(3, "TMOO", tmoo) + Frame(3, "RBUF", rbuf) +
+                                  Frame(3, "ASPI", aspi) + Frame(3, "WCOM", Latin1(wcom)));
     const FileCase cases[] = {
         {"ID3v2.3",
          Tag(3, Frame(3, "TIT2", TextBody("Song")) + Frame(3, "TPE1", TextBody(kLong))) + audio + trailer,
@@ -167,6 +182,13 @@ TEST(ReadDriver, WholeFiles) {
         {"major 5 last, then trailer",
          Tag(3, Frame(3, "TIT2", TextBody("A"))) + Tag(5, Frame(3, "TIT2", TextBody("X"))) + audio + trailer,
          TextField(1, 118, "A") + FrameBreak() + V1Fields(1) + EndBreak(), 7},
+        {"a tag that overruns the file does not hide the next tag", Tag(3, {}) + overrun + next,
+         FrameBreak() + BeginFrame(1, 134) + Utf16({}) + EndFrame(1) + FrameBreak() + BeginFrame(3, 124) +
+             Utf16(Units(u"\uFF00\u4162\u0AE9")) + EndFrame(3) + FrameBreak() +
+             TextField(4, 97, std::string("\x02" "91 c b\0A\0", 10)) + FrameBreak() +
+             TextField(5, 79, "\x01\xE0\xC6\xC3 \x85l\xB1\xC7 \x7F\xA7 ' \xBF ") + FrameBreak() +
+             TextField(6, 154, wcom) + FrameBreak() + EndBreak(),
+         6},
     };
     for (const auto& c : cases) {
         Session s(c.file);
