@@ -170,8 +170,13 @@ Options:
                     arguments and of the sorted walk whatever N is
   --stop-every K    answer "stop" at every K-th frame break, and between read
                     calls save the module's state (VwStreamTell, VwGetData)
-                    and restore it (VwSetData, VwStreamSeek); the output is
-                    the same as without this option
+                    and restore it (VwSetData, VwStreamSeek).  The output is
+                    the same as without this option whenever every frame
+                    body is read or skipped whole.  Where one is not (a frame
+                    that declares more bytes than remain in the file), a
+                    stopped read resumes where the stream actually stands,
+                    not where that frame said it ends: tag numbers, and even
+                    the set of fields, may then differ
   --type N          file type identifier passed when opening (default 1707,
                     "MPEG-1 audio - Layer 3, ID3v2.x"; the module knows 1706
                     to 1715 and names no other)
