@@ -40,7 +40,8 @@ std::vector<Strings> Rows(const std::string& markdown, const std::string& header
         std::istringstream split(line.substr(1));
         for (std::string cell; std::getline(split, cell, '|');) {
             const size_t first = cell.find_first_not_of(' ');
-            cells.push_back(first == std::string::npos ? "" : cell.substr(first, cell.find_last_not_of(' ') + 1 - first));
+            const size_t last = cell.find_last_not_of(' ');
+            cells.push_back(first == std::string::npos ? "" : cell.substr(first, last + 1 - first));
         }
         rows.push_back(cells);
     }
@@ -90,32 +91,29 @@ Bytes FileFrom(const std::string& notation) {
     return Tag(3, content, tag);
 }
 
-// The fields of a read as the guide shows them, "IDENT: text" in UTF-8 with
-// control characters as \xNN (its examples stay in the Basic Multilingual
-// Plane and within fields).
+// A character as the guide shows it: UTF-8, a control character as \xNN
+// (its examples stay in the Basic Multilingual Plane).
+std::string Shown(unsigned c) {
+    char hex[8];
+    if (c < 0x20 || (c >= 0x7F && c <= 0x9F)) return {hex, size_t(std::snprintf(hex, sizeof hex, "\\x%02X", c))};
+    if (c < 0x80) return {char(c)};
+    if (c < 0x800) return {char(0xC0 | c >> 6), char(0x80 | (c & 0x3F))};
+    return {char(0xE0 | c >> 12), char(0x80 | (c >> 6 & 0x3F)), char(0x80 | (c & 0x3F))};
+}
+
+// The fields of a read as the guide shows them, "IDENT: text".
 Strings Fields(const Calls& calls) {
     Strings fields;
-    size_t identLength = 0;
+    std::string text;
     for (const std::string& call : calls) {
-        unsigned tag = 0, code = 0;
-        if (std::sscanf(call.c_str(), "begin F %u %u", &tag, &code) == 2) {
-            fields.push_back(std::string(KzFieldIdent(code)) + ":");
-            identLength = fields.back().size();
-        } else if (std::sscanf(call.c_str(), "char %x", &code) == 1 && !fields.empty()) {
-            std::string& field = fields.back();
-            if (field.size() == identLength) field += ' ';
-            char shown[8];
-            if (code < 0x20 || (code >= 0x7F && code <= 0x9F)) {
-                std::snprintf(shown, sizeof shown, "\\x%02X", code);
-            } else if (code < 0x80) {
-                std::snprintf(shown, sizeof shown, "%c", code);
-            } else if (code < 0x800) {
-                std::snprintf(shown, sizeof shown, "%c%c", 0xC0 | code >> 6, 0x80 | (code & 0x3F));
-            } else {
-                std::snprintf(shown, sizeof shown, "%c%c%c", 0xE0 | code >> 12, 0x80 | (code >> 6 & 0x3F),
-                              0x80 | (code & 0x3F));
-            }
-            field += shown;
+        unsigned tag = 0, c = 0;
+        if (std::sscanf(call.c_str(), "begin F %u %u", &tag, &c) == 2) {
+            fields.push_back(KzFieldIdent(c));
+            text.clear();
+        } else if (std::sscanf(call.c_str(), "char %x", &c) == 1) {
+            text += Shown(c);
+        } else if (call.starts_with("end F")) {
+            fields.back() += text.empty() ? ":" : ": " + text;
         }
     }
     return fields;
@@ -159,7 +157,8 @@ TEST(HostGuide, CodeExcerptsAreTheExampleHosts) {
     int excerpts = 0;
     for (const std::string& text : {readme.substr(section, readme.find("\n## ", section) - section),
                                     Source("docs/host-guide.md")}) {
-        for (size_t start = text.find("```c\n"); start != std::string::npos; start = text.find("```c\n", start + 1)) {
+        for (size_t start = text.find("```c\n"); start != std::string::npos;
+             start = text.find("```c\n", start + 1)) {
             const std::string excerpt = text.substr(start + 5, text.find("```", start + 5) - start - 5);
             EXPECT_NE(example.find(excerpt), std::string::npos) << excerpt;
             ++excerpts;
