@@ -176,7 +176,8 @@ static int ReadFile(VwContext* ctx, Host* host, const char* path) {
     fs.file = fopen(path, "rb");
     if (fs.file == NULL || fseek(fs.file, 0, SEEK_END) != 0 || (fs.size = ftell(fs.file)) < 0 ||
         fs.size > (long)UINT32_MAX || fseek(fs.file, 0, SEEK_SET) != 0) {
-        fprintf(stderr, "minimal_host: %s: %s\n", path, fs.file ? "unreadable" : strerror(errno));
+        fprintf(stderr, "minimal_host: %s: %s\n", path,
+                fs.file ? "not a file under 4 GiB" : strerror(errno));
         if (fs.file != NULL) fclose(fs.file);
         return 1;
     }
