@@ -408,7 +408,7 @@ print(artist['text'])
 )", run.out);
     std::string expected = "0 2 132 TPE1";
     for (const int code : std::initializer_list<int>{0x3A9, 'm', 'e', 'g', 'a', ' ', 0xD834, 0xDD1E, ' ', 'B', 'a', 'n', 'd'})
-        expected += " " + std::to_string(code);
+        expected.append(" ").append(std::to_string(code));
     EXPECT_EQ(fields, expected + "\n\u03A9mega \U0001D11E Band\n");
 }
 
@@ -438,7 +438,7 @@ std::set<std::string> ManPageOptions(const std::string& page) {
     for (std::string line : Lines(page)) {
         if (line.starts_with(".SH ")) section = line.substr(4);
         if (term && section == "OPTIONS") {
-            for (size_t at; (at = line.find("\\-")) != std::string::npos;) line.replace(at, 2, "-");
+            for (size_t at; (at = line.find("\\-")) != std::string::npos;) line.erase(at, 1);
             for (size_t at = 0; (at = line.find("\\fB", at)) != std::string::npos;) {
                 const size_t end = line.find("\\fR", at);
                 names.insert(line.substr(at + 3, end - at - 3));
