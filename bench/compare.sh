@@ -20,7 +20,7 @@ BIN=$PWD/$BUILD_DIR/bin
 command -v hyperfine >/dev/null || { echo "compare.sh: hyperfine is needed" >&2; exit 1; }
 
 # ---- Build -----------------------------------------------------------------------
-cmake -S . -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=Release -DKZ_TESTS=OFF >/dev/null
+cmake -S . -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=Release -DKZ_ID3_BUILD_TESTS=OFF >/dev/null
 targets=(kzdump kz_id3 kz_bench_corpus kz_io_floor)
 if cmake --build "$BUILD_DIR" --target help | grep kz_taglib_reader >/dev/null; then
     targets+=(kz_taglib_reader)

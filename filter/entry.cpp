@@ -1,5 +1,7 @@
 // Entry table, process context allocation, the do-nothing entry points and
 // the version marker.
+// The header declares the exported `version` only on request.
+#define KZ_ID3_DECLARE_VERSION_SYMBOL
 #include <cstring>
 
 #include "filter/context.h"

@@ -4,6 +4,7 @@
 
 #include "filter/context.h"
 #include "id3v2/tag_header.h"
+#include "kz_id3_build_stamp.h"
 
 using kz::ProcessContext;
 
@@ -85,10 +86,10 @@ KZ_EXPORT int32_t VwGetInfo(void* destination, uint16_t infoId) {
             return 1;
         }
         case VW_INFO_BUILD_DATE:
-            std::memcpy(destination, __DATE__, sizeof __DATE__);
+            std::memcpy(destination, KZ_ID3_BUILD_DATE, sizeof KZ_ID3_BUILD_DATE);
             return 1;
         case VW_INFO_BUILD_TIME:
-            std::memcpy(destination, __TIME__, sizeof __TIME__);
+            std::memcpy(destination, KZ_ID3_BUILD_TIME, sizeof KZ_ID3_BUILD_TIME);
             return 1;
         case 12:
             return Answer(destination, uint32_t{0x12345678});

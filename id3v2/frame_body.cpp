@@ -18,7 +18,7 @@
 
 namespace kz {
 
-FrameBody::FrameBody(KzStream* stream, int32_t frameSize, ProcessContext* ctx) : ctx_(ctx) {
+FrameBody::FrameBody(KzStream* stream, int32_t frameSize, ProcessContext* ctx) {
     const uint32_t size = frameSize > 0 ? static_cast<uint32_t>(frameSize) : 0u;
     if (frameSize <= kInlineBodyMax) {
         StreamRead(stream, ctx->frameBuffer, size);
@@ -51,8 +51,9 @@ FrameBody::~FrameBody() {
         return;
     }
 #ifdef KZ_POISON_UNUSED_BUFFER
+    // A body held in frameBuffer starts at its first byte.
     if (view_.data != nullptr) {
-        ASAN_UNPOISON_MEMORY_REGION(ctx_->frameBuffer + view_.size, kFrameBufferSize - view_.size);
+        ASAN_UNPOISON_MEMORY_REGION(view_.data + view_.size, kFrameBufferSize - view_.size);
     }
 #endif
 }

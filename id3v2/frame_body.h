@@ -60,7 +60,6 @@ public:
 private:
     BodyView view_{nullptr, 0};
     KzHandle handle_ = nullptr;
-    ProcessContext* ctx_;
 };
 
 // How a line feed (0x0A) in single-byte text goes out.

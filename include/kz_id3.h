@@ -24,6 +24,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "kz_id3_version.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -304,8 +306,14 @@ typedef void (*VwStreamCloseFn)(KzStream*, VwContext*);
 typedef void (*VwGetRtnsFn)(VwEntry*, uint16_t);
 
 /* ---- Exported data ------------------------------------------------------------ */
-/* A NUL byte followed by the marker "QZV_VER=..." and its NUL. */
+/* `version` points to a NUL byte followed by the marker "QZV_VER=..." and its
+ * NUL.  Its name is a common word that a host may use for a global of its
+ * own, so it is declared only for a host that defines
+ * KZ_ID3_DECLARE_VERSION_SYMBOL before including this header; any host can
+ * reach it through dlsym(module, "version"). */
+#ifdef KZ_ID3_DECLARE_VERSION_SYMBOL
 extern const char* const version;
+#endif
 extern const VwOverlayRow VwId3OverlayId[VW_FILETYPE_COUNT];
 
 #ifdef __cplusplus
@@ -313,21 +321,33 @@ extern const VwOverlayRow VwId3OverlayId[VW_FILETYPE_COUNT];
 #endif
 
 /* ---- Layout a host relies on ------------------------------------------------- */
-#ifdef __cplusplus
-#define KZ_STATIC_ASSERT static_assert
+#if defined(__cplusplus)
+#define KZ_STATIC_ASSERT(condition, message) static_assert(condition, message)
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define KZ_STATIC_ASSERT(condition, message) _Static_assert(condition, message)
 #else
-#define KZ_STATIC_ASSERT _Static_assert
+/* C99 has no static assertion: an array type of negative size fails instead. */
+#define KZ_STATIC_ASSERT_NAME2(line) kz_static_assert_##line
+#define KZ_STATIC_ASSERT_NAME(line) KZ_STATIC_ASSERT_NAME2(line)
+#define KZ_STATIC_ASSERT(condition, message) \
+    typedef char KZ_STATIC_ASSERT_NAME(__LINE__)[(condition) ? 1 : -1]
 #endif
+KZ_STATIC_ASSERT(sizeof(KzTagDescriptor) == 4, "tag descriptor is one word");
 KZ_STATIC_ASSERT(offsetof(KzStream, read) == 8, "stream read at byte 8");
+KZ_STATIC_ASSERT(offsetof(KzStream, reserved16) == 16, "stream reserved word at byte 16");
 KZ_STATIC_ASSERT(offsetof(KzStream, seek) == 24, "stream seek at byte 24");
 KZ_STATIC_ASSERT(offsetof(KzStream, tell) == 32, "stream tell at byte 32");
 KZ_STATIC_ASSERT(offsetof(KzFileInfo, word) == 0, "file info word at byte 0");
 KZ_STATIC_ASSERT(offsetof(KzFileInfo, typeName) == 24, "file info name at byte 24");
+KZ_STATIC_ASSERT(sizeof(KzFileInfo) == 56, "file info record is 56 bytes");
+KZ_STATIC_ASSERT(offsetof(VwOverlayRow, name) == 2, "type row name at byte 2");
 KZ_STATIC_ASSERT(sizeof(VwOverlayRow) == 36, "type rows are 36 bytes");
 KZ_STATIC_ASSERT(sizeof(VwSavedState) == VW_SAVED_STATE_SIZE, "saved state is 36 bytes");
+KZ_STATIC_ASSERT(offsetof(VwSavedState, sectionState) == 4, "sectionState at byte 4");
 KZ_STATIC_ASSERT(offsetof(VwSavedState, tagPos) == 8, "tagPos at byte 8");
 KZ_STATIC_ASSERT(offsetof(VwSavedState, frameCount) == 12, "frameCount at byte 12");
 KZ_STATIC_ASSERT(offsetof(VwSavedState, versionMajor) == 16, "versionMajor at byte 16");
+KZ_STATIC_ASSERT(offsetof(VwSavedState, versionRevision) == 17, "versionRevision at byte 17");
 KZ_STATIC_ASSERT(offsetof(VwSavedState, headerFlags) == 18, "headerFlags at byte 18");
 KZ_STATIC_ASSERT(offsetof(VwSavedState, tagSize) == 28, "tagSize at byte 28");
 KZ_STATIC_ASSERT(offsetof(VwSavedState, tagEnd) == 32, "tagEnd at byte 32");

@@ -1,4 +1,5 @@
 // Entry table, information answers, context allocation and the routine map.
+#define KZ_ID3_DECLARE_VERSION_SYMBOL
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -11,10 +11,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "kz_id3_version.h"
 #include "tag_builder.h"
 
 namespace {
@@ -419,8 +421,78 @@ print(artist['text'])
 )", run.out);
     std::string expected = "0 2 132 TPE1";
     for (const int code : std::initializer_list<int>{0x3A9, 'm', 'e', 'g', 'a', ' ', 0xD834, 0xDD1E, ' ', 'B', 'a', 'n', 'd'})
-        expected += " " + std::to_string(code);
+        expected.append(" ").append(std::to_string(code));
     EXPECT_EQ(fields, expected + "\n\u03A9mega \U0001D11E Band\n");
+}
+
+// ---- Package -------------------------------------------------------------------------
+
+// Option names of --help: the lines "  -j, --jobs N   text" of its Options.
+std::set<std::string> HelpOptions(const std::string& help) {
+    std::set<std::string> names;
+    bool inOptions = false;
+    for (const std::string& line : Lines(help)) {
+        if (!line.starts_with(' ')) inOptions = line == "Options:";
+        if (!inOptions || !line.starts_with("  -")) continue;
+        std::istringstream words(line.substr(0, line.find("  ", 2)));
+        for (std::string word; words >> word;) {
+            if (word.ends_with(',')) word.pop_back();
+            if (word.starts_with('-')) names.insert(word);
+        }
+    }
+    return names;
+}
+
+// Option names of the man page: the bold words of each .TP term in OPTIONS.
+std::set<std::string> ManPageOptions(const std::string& page) {
+    std::set<std::string> names;
+    std::string section;
+    bool term = false;
+    for (std::string line : Lines(page)) {
+        if (line.starts_with(".SH ")) section = line.substr(4);
+        if (term && section == "OPTIONS") {
+            for (size_t at; (at = line.find("\\-")) != std::string::npos;) line.erase(at, 1);
+            for (size_t at = 0; (at = line.find("\\fB", at)) != std::string::npos;) {
+                const size_t end = line.find("\\fR", at);
+                names.insert(line.substr(at + 3, end - at - 3));
+                at = end;
+            }
+        }
+        term = line == ".TP";
+    }
+    return names;
+}
+
+TEST(Kzdump, ManPageListsTheOptionsOfHelp) {
+    const std::set<std::string> help = HelpOptions(Kzdump({"--help"}).out);
+    EXPECT_TRUE(help.contains("-j") && help.contains("--jobs") && help.contains("--")) << help.size();
+    EXPECT_EQ(ManPageOptions(ReadWhole(KZ_DOCS_DIR "/kzdump.1")), help);
+}
+
+// The module comes from --filter, else KZ_ID3_MODULE, else the module
+// directory found from kzdump's own location; --version names it.
+TEST(Kzdump, VersionNamesTheModuleFoundInTheSearchOrder) {
+    const std::string built = fs::weakly_canonical(KZ_MODULE_PATH).string();
+    const std::string missing = "/nonexistent/libkz_id3.so";
+    const struct {
+        std::string environment;
+        Strings args;
+        std::string module;  // empty: none loads
+    } cases[] = {
+        {"", {"--version"}, built},
+        {"KZ_ID3_MODULE=" + missing, {"--version"}, ""},
+        {"KZ_ID3_MODULE=" + missing, {"--filter", KZ_MODULE_PATH, "--version"}, KZ_MODULE_PATH},
+        {"KZ_ID3_MODULE=" KZ_MODULE_PATH, {"--version"}, KZ_MODULE_PATH},
+    };
+    for (const auto& c : cases) {
+        const RunResult run = ::Run("env -u KZ_ID3_MODULE " + c.environment +
+                                  Quoted(Strings{KZDUMP_PATH} + c.args));
+        const std::string what = c.environment + Quoted(c.args);
+        const std::string loaded = "module " + c.module + ": QZV_VER=8.5.4.9.1901010828\n";
+        EXPECT_EQ(run.out, "kzdump (kz_id3) " KZ_ID3_VERSION_STRING "\n" + (c.module.empty() ? "" : loaded)) << what;
+        EXPECT_EQ(run.status, c.module.empty() ? 2 : 0) << what;
+        EXPECT_TRUE(run.err.starts_with(c.module.empty() ? "kzdump: " + missing + ": " : "")) << what << run.err;
+    }
 }
 
 }  // namespace

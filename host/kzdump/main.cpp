@@ -128,6 +128,7 @@ int Main(int argc, char** argv) {
         std::fputs(HelpText(), stdout);
         return 0;
     }
+    if (options.version) std::printf("kzdump (kz_id3) %s\n", KZ_ID3_VERSION_STRING);
     const std::string modulePath =
         options.filterPath.empty() ? DefaultModulePath() : options.filterPath;
     Module module;
@@ -136,6 +137,11 @@ int Main(int argc, char** argv) {
         AppendPrintable(error, line);
         std::fprintf(stderr, "%s\n", line.c_str());
         return 2;
+    }
+    if (options.version) {
+        std::printf("module %s: %s\n", modulePath.c_str(), ModuleVersionMarker(module).c_str());
+        UnloadModule(module);
+        return 0;
     }
     static char outputBuffer[1 << 16];
     std::setvbuf(stdout, outputBuffer, _IOFBF, sizeof outputBuffer);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
 #include <filesystem>
 
 namespace kzdump {
@@ -29,13 +30,19 @@ bool Take(const VwEntry* table, int entry, Fn& slot) {
 }  // namespace
 
 std::string DefaultModulePath() {
+    const char* named = std::getenv("KZ_ID3_MODULE");
+    if (named != nullptr && *named != '\0') return named;
     const std::filesystem::path directory = ProgramDirectory();
-    const std::filesystem::path beside = directory / kModuleName;
-    const std::filesystem::path inLib = (directory.parent_path() / "lib" / kModuleName);
+    const std::filesystem::path installed = (directory / KZ_ID3_MODULE_FROM_PROGRAM).lexically_normal();
+    const std::filesystem::path built = (directory / "../lib/kz_id3" / kModuleName).lexically_normal();
     std::error_code ec;
-    if (std::filesystem::exists(beside, ec)) return beside.string();
-    if (std::filesystem::exists(inLib, ec)) return inLib.lexically_normal().string();
-    return beside.string();
+    if (!std::filesystem::exists(installed, ec) && std::filesystem::exists(built, ec)) return built.string();
+    return installed.string();
+}
+
+std::string ModuleVersionMarker(const Module& module) {
+    const auto* marker = static_cast<const char* const*>(dlsym(module.handle, "version"));
+    return marker != nullptr && *marker != nullptr ? std::string(*marker + 1) : std::string();
 }
 
 bool LoadModule(const std::string& path, Module& module, std::string& error) {

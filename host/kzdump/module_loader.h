@@ -29,10 +29,15 @@ struct Module {
 // The interface level kzdump asks for: it fills every entry the module has.
 constexpr uint16_t kInterfaceLevel = 30;
 
-// The module to load when no --filter is given: libkz_id3.so next to the
-// running program, else in ../lib relative to it (the build and install
-// layout).  Returns the first candidate when neither exists.
+// The module to load when no --filter is given: the file named by the
+// environment variable KZ_ID3_MODULE, else libkz_id3.so in the installed
+// module directory relative to the running program, else in the build tree's
+// (../lib/kz_id3).  Returns the installed location when neither exists.
 std::string DefaultModulePath();
+
+// The version marker the module exports: the text after the leading NUL of
+// its `version` data; empty when it exports none.
+std::string ModuleVersionMarker(const Module& module);
 
 // On failure returns false with "<path>: <reason>" in `error`.
 bool LoadModule(const std::string& path, Module& module, std::string& error);

@@ -114,6 +114,10 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
             options.help = true;
             continue;
         }
+        if (arg == "--version") {
+            options.version = true;
+            continue;
+        }
         if (arg == "--json") {
             jsonSeen = true;
             options.mode = OutputMode::Json;
@@ -145,7 +149,7 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         error = "--json and --trace cannot be combined";
         return false;
     }
-    if (!options.help && options.paths.empty()) {
+    if (!options.help && !options.version && options.paths.empty()) {
         error = "no file given";
         return false;
     }
@@ -154,6 +158,7 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
 
 const char* HelpText() {
     return R"HELP(Usage: kzdump [OPTIONS] PATH...
+       kzdump --version
 
 Loads the ID3 filter module libkz_id3.so the way a host engine does and shows,
 for each file, every field the module delivers.
@@ -180,10 +185,18 @@ Options:
   --type N          file type identifier passed when opening (default 1707,
                     "MPEG-1 audio - Layer 3, ID3v2.x"; the module knows 1706
                     to 1715 and names no other)
-  --filter PATH     load this module instead of the libkz_id3.so found next
-                    to kzdump or in ../lib relative to it
+  --filter PATH     load this module instead of the one named by KZ_ID3_MODULE
+                    or installed with kzdump
+  --version         the package version, then the module loaded and the
+                    version marker it exports
   -h, --help        this text
   --                end of options: every later argument is a path
+
+Environment:
+  KZ_ID3_MODULE     the module to load when --filter is not given; when it is
+                    not set either, kzdump loads libkz_id3.so from the module
+                    directory installed with it (found relative to kzdump, so
+                    the installed tree may be moved), else from the build tree
 
 Text output (default):
   A header line per file: the path, then the type name the module wrote into

@@ -14,10 +14,11 @@ struct Options {
     OutputMode mode = OutputMode::Text;
     bool recursive = false;
     bool help = false;
+    bool version = false;
     unsigned jobs = 1;
     uint32_t stopEvery = 0;  // 0: never answer a frame break with "stop"
     uint16_t fileType = 1707;
-    std::string filterPath;  // empty: the module installed next to kzdump
+    std::string filterPath;  // empty: KZ_ID3_MODULE, else the module installed with kzdump
     std::vector<std::string> paths;
 };
 

@@ -141,7 +141,7 @@ struct RecordingRoutines {
     }
 
     static void Rec(uint64_t user1, uint64_t user2, const std::string& call) {
-        if (auto* h = Find(user1, user2)) h->Record(call);
+        if (auto* h = Find(user1, user2)) h->Record(std::move(call));
     }
     static void OutChar(uint16_t code, uint64_t u1, uint64_t u2) { Rec(u1, u2, "char " + Hex(code)); }
     static void OutSpecial(uint16_t special, uint64_t u1, uint64_t u2) {
@@ -150,7 +150,9 @@ struct RecordingRoutines {
     static uint32_t OutBreak(uint16_t kind, uint16_t zero, uint64_t u1, uint64_t u2) {
         auto* h = Find(u1, u2);
         if (h == nullptr) return 0;
-        h->Record("break " + std::to_string(kind) + (zero != 0 ? " " + std::to_string(zero) : ""));
+        std::string call = "break " + std::to_string(kind);
+        if (zero != 0) call.append(" ").append(std::to_string(zero));
+        h->Record(std::move(call));
         if (kind == SO_BREAK_FRAME) ++h->frameBreaks_;
         return h->breakAnswer ? h->breakAnswer(kind, h->frameBreaks_) : 0;
     }
