@@ -27,7 +27,11 @@ using kztest::operator+;
 using kztest::Raw;
 using Strings = std::vector<std::string>;
 
+// Header lines name the type detected: MPEG-1 Layer III audio after an ID3v2
+// tag or before an ID3v1 trailer, or a tag without audio.
 const std::string kType = ": MPEG-1 audio - Layer 3, ID3v2.x";
+const std::string kTypeV1 = ": MPEG-1 audio - Layer 3, ID3v1.x";
+const std::string kTagOnly = ": ID3 Ver 2.x";
 
 struct RunResult {
     int status = -1;  // exit status; -1 when the program did not exit normally
@@ -171,31 +175,33 @@ TEST(Kzdump, ShowsTheFieldsOfSamplesAndOfFilesBuiltHere) {
     const std::string large = declaring("large.mp3", 50'000'000);
     const struct {
         std::string path;
+        std::string type;
         bool whole;  // false: the lines after the header start with these
         Strings lines;
     } cases[] = {
         // TIT2, TPE1, TRCK, a TDRC frame (not one the module reads), audio,
         // and an ID3v1.1 trailer with track 7 and genre 13.
-        {Sample("v24_with_id3v1.mp3"), true,
+        {Sample("v24_with_id3v1.mp3"), kType, true,
          {"  TIT2: Evening Song", "  TPE1: The Testers", "  TRCK: 7", "  ID3v1 title: Evening Song",
           "  ID3v1 artist: The Testers", "  ID3v1 album: Sample Album", "  ID3v1 year: 2004",
           "  ID3v1 comment: ID3v1.1 trailer", "  ID3v1 track: 7", "  ID3v1 genre: 13"}},
-        {Sample("id3v1_only.mp3"), true,
+        {Sample("id3v1_only.mp3"), kTypeV1, true,
          {"  ID3v1 title: Only Trailer", "  ID3v1 artist: Nobody", "  ID3v1 album:",
           "  ID3v1 year: 1999", "  ID3v1 comment: A comment that fills 30 bytes.", "  ID3v1 genre:"}},
-        {Sample("two_tags.mp3"), true,
+        {Sample("two_tags.mp3"), kType, true,
          {"  TIT2: First tag", "  TPE1: Band A", "  TIT2: Second tag", "  TALB: Other album"}},
-        {Sample("v22_latin1.mp3"), false,
+        {Sample("v22_latin1.mp3"), kType, false,
          {"  TIT2: Morning Song", "  TPE1: The Testers", "  TALB: Sample Album", "  TYER: 2001",
           "  TRCK: 3/12", "  TCON: (13)Pop"}},
-        {Sample("v23_utf16.mp3"), false,
+        {Sample("v23_utf16.mp3"), kType, false,
          {"  TIT2: Caf\u00E9 \u00DCn\u00EFcode", "  TPE1: \u03A9mega \U0001D11E Band",
           "  TALB: Gr\u00FC\u00DFe"}},
-        {escapes, true, {"  TIT2: A\\x01B\\\\\\x7F\\x0A", "  TPE1: x\uFFFDy\uFFFD"}},
-        {user, true, {"  TXXX \"Mood\": calm", "  WXXX \"Home\": http://h/", "  TXXX/WXXX \"Key\": value"}},
-        {people, true, {"  TIT2: T", "  (outside any field): a b "}},
-        {huge, true, {"  TIT2:"}},
-        {large, true, {"  TIT2:"}},
+        // A line feed continues the value on an indented line.
+        {escapes, kTagOnly, true, {"  TIT2: A\\x01B\\\\\\x7F", "    ", "  TPE1: x\uFFFDy\uFFFD"}},
+        {user, kTagOnly, true, {"  TXXX \"Mood\": calm", "  WXXX \"Home\": http://h/", "  TXXX/WXXX \"Key\": value"}},
+        {people, kTagOnly, true, {"  TIT2: T", "  (outside any field): a b "}},
+        {huge, kTagOnly, true, {"  TIT2:"}},
+        {large, kTagOnly, true, {"  TIT2:"}},
     };
     for (const auto& c : cases) {
         const RunResult run = Kzdump({c.path});
@@ -204,9 +210,10 @@ TEST(Kzdump, ShowsTheFieldsOfSamplesAndOfFilesBuiltHere) {
         const Strings lines = Lines(run.out);
         if (c.whole) {
             EXPECT_TRUE(run.out.ends_with('\n')) << c.path;
-            EXPECT_EQ(lines, Strings{c.path + kType} + c.lines);
+            EXPECT_EQ(lines, Strings{c.path + c.type} + c.lines);
         } else {
             ASSERT_GT(lines.size(), c.lines.size()) << run.out;
+            EXPECT_EQ(lines[0], c.path + c.type);
             EXPECT_EQ(Strings(lines.begin() + 1, lines.begin() + 1 + c.lines.size()), c.lines);
         }
     }
@@ -228,7 +235,7 @@ TEST(Kzdump, ExitStatusAndMessages) {
         std::string outStart, outHas, errStart;  // errStart ending in a line feed: the whole of it
         Strings errHas;
     } cases[] = {
-        {{silent, sample}, 1, silent + kType + ": no tags\n", "  TIT2: Second tag\n", "", {}},
+        {{silent, sample}, 1, silent + ": MPEG-1 audio - Layer 3: no tags\n", "  TIT2: Second tag\n", "", {}},
         {{"--type", "1708", sample}, 0, sample + ": ID3 Ver 1.x\n", "", "", {}},
         {{"--type=9999", sample}, 0, sample + ": type 9999\n", "", "", {}},
         {{missing, sample}, 1, "", "  TIT2: First tag\n",
@@ -255,7 +262,7 @@ TEST(Kzdump, ExitStatusAndMessages) {
         {"--frobnicate", sample},    {"-j", "0", sample},           {"-j", "x", sample},
         {"-j"},                      {"--stop-every", "0", sample}, {"--stop-every", "-1", sample},
         {"--type", "70000", sample}, {"--type", "12a", sample},     {},
-        {"--json", "--trace", sample},
+        {"--json", "--trace", sample}, {"--codes", sample},
     };
     for (const Strings& args : bad) {
         const RunResult run = Kzdump(args);
@@ -275,8 +282,8 @@ TEST(Kzdump, WalksDirectoriesInSortedOrder) {
     for (const std::string& line : Lines(run.out))
         if (!line.starts_with("  ")) headers.push_back(line);
     const std::string base = dir.path.string();
-    EXPECT_EQ(headers, (Strings{base + "/B.mp3" + kType, base + "/a.mp3" + kType,
-                                base + "/b.mp3" + kType, base + "/sub/c.mp3" + kType}));
+    EXPECT_EQ(headers, (Strings{base + "/B.mp3" + kTagOnly, base + "/a.mp3" + kTagOnly,
+                                base + "/b.mp3" + kTagOnly, base + "/sub/c.mp3" + kTagOnly}));
 }
 
 TEST(Kzdump, TracesEveryHostCall) {
@@ -296,7 +303,7 @@ TEST(Kzdump, TracesEveryHostCall) {
 TEST(Kzdump, DocumentsItsOptionsAndExitStatus) {
     const RunResult run = Kzdump({"--help"});
     EXPECT_EQ(run.status, 0);
-    for (const char* word : {"--json", "--trace", "-r", "-j", "--stop-every", "--type", "--filter",
+    for (const char* word : {"--json", "--codes", "--trace", "-r", "-j", "--stop-every", "--type", "--filter",
                              "Exit status", "TXXX/WXXX", "ID3v1"}) {
         EXPECT_NE(run.out.find(word), std::string::npos) << word;
     }
@@ -388,7 +395,7 @@ for path, line, group in zip(files, lines, groups):
 
 TEST(Kzdump, JsonLinesParseAndAgreeWithTheTextOutput) {
     const Strings files = SampleFiles() + CorpusFiles();
-    const RunResult json = Kzdump(Strings{"--json"} + files);
+    const RunResult json = Kzdump(Strings{"--json", "--codes"} + files);
     const RunResult text = Kzdump(files);
     EXPECT_EQ(json.status, text.status);
     TempDir dir;
@@ -396,7 +403,7 @@ TEST(Kzdump, JsonLinesParseAndAgreeWithTheTextOutput) {
 }
 
 TEST(Kzdump, JsonGivesCodesTagAndFieldNumbers) {
-    const RunResult run = Kzdump({"--json", Sample("v23_utf16.mp3")});
+    const RunResult run = Kzdump({"--json", "--codes", Sample("v23_utf16.mp3")});
     EXPECT_EQ(run.status, 0) << run.err;
     const std::string fields = Python(R"(import json, sys
 f = json.loads(sys.stdin.readline())
