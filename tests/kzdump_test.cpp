@@ -4,28 +4,20 @@
 #ifdef KZDUMP_PATH
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "processes.h"
 #include "tag_builder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using kztest::Bytes;
-using kztest::Frame;
-using kztest::Latin1;
-using kztest::operator+;
-using kztest::Raw;
-using Strings = std::vector<std::string>;
+using namespace kztest;
 
 // Header lines name the type detected: MPEG-1 Layer III audio after an ID3v2
 // tag or before an ID3v1 trailer, or a tag without audio.
@@ -33,99 +25,7 @@ const std::string kType = ": MPEG-1 audio - Layer 3, ID3v2.x";
 const std::string kTypeV1 = ": MPEG-1 audio - Layer 3, ID3v1.x";
 const std::string kTagOnly = ": ID3 Ver 2.x";
 
-struct RunResult {
-    int status = -1;  // exit status; -1 when the program did not exit normally
-    std::string out;
-    std::string err;
-};
-
-// A directory under the system's temporary directory, removed at the end.
-class TempDir {
-public:
-    TempDir() {
-        std::string pattern = (fs::temp_directory_path() / "kzdump-test-XXXXXX").string();
-        if (mkdtemp(pattern.data()) != nullptr) path = pattern;
-    }
-    ~TempDir() {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-    std::string Write(const std::string& name, const Bytes& bytes) const {
-        const fs::path file = path / name;
-        fs::create_directories(file.parent_path());
-        std::ofstream(file, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        return file.string();
-    }
-    std::string Write(const std::string& name, const std::string& text) const {
-        return Write(name, Latin1(text));
-    }
-    fs::path path;
-};
-
-std::string ReadWhole(const fs::path& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
-std::string Quoted(const std::vector<std::string>& words) {
-    std::string out;
-    for (const std::string& word : words) {
-        out += " '";
-        for (const char c : word) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        out += "'";
-    }
-    return out;
-}
-
-Strings operator+(Strings a, const Strings& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-// Runs a shell command, its error output captured in a file.
-RunResult Run(const std::string& command) {
-    TempDir capture;
-    const std::string err = (capture.path / "err").string();
-    RunResult result;
-    FILE* pipe = popen((command + " 2>" + Quoted({err})).c_str(), "r");
-    if (pipe == nullptr) {
-        ADD_FAILURE() << "cannot start " << command;
-        return result;
-    }
-    char buffer[65536];
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) result.out.append(buffer, n);
-    const int status = pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.err = ReadWhole(err);
-    return result;
-}
-
 RunResult Kzdump(const Strings& args) { return Run(Quoted(Strings{KZDUMP_PATH} + args)); }
-
-// Runs a python3 script on `input`; its standard output, after checking that
-// it ran to its end.
-std::string Python(const std::string& script, const std::string& input, const Strings& args = {}) {
-    TempDir dir;
-    const RunResult run = Run("PYTHONIOENCODING=utf-8:surrogateescape python3" +
-                              Quoted(Strings{dir.Write("script.py", script)} + args) + " <" +
-                              Quoted({dir.Write("in", input)}));
-    EXPECT_EQ(run.status, 0) << run.err;
-    return run.out;
-}
-
-Strings FilesIn(const fs::path& directory, const std::string& extension) {
-    Strings files;
-    std::error_code ec;
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory, ec)) {
-        const std::string ext = entry.path().extension().string();
-        if (entry.is_regular_file() && (extension.empty() ? ext != ".md" : ext == extension))
-            files.push_back(entry.path().string());
-    }
-    std::sort(files.begin(), files.end());
-    return files;
-}
 
 Strings SampleFiles() { return FilesIn(KZ_SAMPLES_DIR, ".mp3"); }
 Strings CorpusFiles() { return FilesIn(KZ_CORPUS_DIR, ""); }
