@@ -15,10 +15,11 @@ struct Options {
     bool recursive = false;
     bool help = false;
     bool version = false;
+    bool codes = false;      // JSON: the raw character codes too
     unsigned jobs = 1;
     uint32_t stopEvery = 0;  // 0: never answer a frame break with "stop"
-    uint16_t fileType = 1707;
-    std::string filterPath;  // empty: KZ_ID3_MODULE, else the module installed with kzdump
+    uint16_t fileType = 0;   // 0: detected from each file
+    std::string filterPath;  // empty: the module the kit finds
     std::vector<std::string> paths;
 };
 
