@@ -256,7 +256,7 @@ TEST(Kzdump, StopEveryChangesTheOutputOnlyWhereABodyIsNotReadWhole) {
         "cut.mp3", kztest::Tag(3, Frame(3, "TIT2", Raw({0, 'A'})) + Frame(3, "TALB", {}, 20'000) +
                                       Frame(3, "TPE1", Raw({0, 'B'})),
                                {.declaredSize = 100}));
-    const Strings plain = {cut + ": ID3 Ver 2.x", "  TIT2: A", "  TALB:"};
+    const Strings plain = {cut + kTagOnly, "  TIT2: A", "  TALB:"};
     EXPECT_EQ(Lines(Kzdump({cut}).out), plain);
     EXPECT_EQ(Lines(Kzdump({"--stop-every", "1", cut}).out), plain + Strings{"  TPE1: B"});
 }
