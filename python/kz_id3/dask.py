@@ -14,6 +14,7 @@ cluster.  ``import kz_id3`` does not import this module or Dask.
 from __future__ import annotations
 
 import os
+import uuid
 from typing import Any, Dict, Iterable, List, Optional, Union
 
 import dask
@@ -24,7 +25,7 @@ import pandas
 from ._reader import FieldFilter, PathLike, read_many
 from ._walk import walk
 
-__all__ = ["scan", "read_partition", "to_dataframe", "COLUMNS"]
+__all__ = ["scan", "read_partition", "to_dataframe", "index_shards", "COLUMNS"]
 
 #: The columns of :func:`to_dataframe`.
 COLUMNS = ("path", "ident", "number", "description", "text", "id3v1")
@@ -78,15 +79,39 @@ def scan(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag], *,
     and the records stay in the workers' memory.  ``file_type`` and
     ``fields`` are as for :func:`kz_id3.read`.
     """
-    if isinstance(paths_or_globs, dask.bag.Bag):
-        paths = paths_or_globs
-    else:
-        items = [paths_or_globs] if isinstance(paths_or_globs, (str, os.PathLike)) \
-            else list(paths_or_globs)
-        listed = [path for item in items for path in _expand(item)]
-        paths = dask.bag.from_sequence(listed, partition_size=partition_size)
-    bag = paths.map_partitions(read_partition, file_type=file_type, fields=fields)
+    bag = _paths(paths_or_globs, partition_size).map_partitions(
+        read_partition, file_type=file_type, fields=fields)
     return client.persist(bag) if client is not None else bag
+
+
+def _paths(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag],
+           partition_size: int) -> dask.bag.Bag:
+    if isinstance(paths_or_globs, dask.bag.Bag):
+        return paths_or_globs
+    items = [paths_or_globs] if isinstance(paths_or_globs, (str, os.PathLike)) \
+        else list(paths_or_globs)
+    listed = [path for item in items for path in _expand(item)]
+    return dask.bag.from_sequence(listed, partition_size=partition_size)
+
+
+def _write_shard(paths: Iterable[PathLike], directory: str,
+                 file_type: Optional[int]) -> List[str]:
+    from . import index
+    shard = os.path.join(directory, f"kz_id3-{uuid.uuid4().hex}.db")
+    index.update(shard, list(paths), workers=1, file_type=file_type)
+    return [shard]
+
+
+def index_shards(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag],
+                 directory: PathLike, *, partition_size: int = 10000,
+                 file_type: Optional[int] = None) -> dask.bag.Bag:
+    """A bag of the paths of index databases (:mod:`kz_id3.index`), one per
+    partition, written by the workers into ``directory`` (a directory every
+    worker can write to).  Compute it, then merge the shards with
+    :func:`kz_id3.index.merge`: the records never pass through the client.
+    ``paths_or_globs`` and ``partition_size`` are as for :func:`scan`."""
+    return _paths(paths_or_globs, partition_size).map_partitions(
+        _write_shard, os.fspath(directory), file_type)
 
 
 def _rows(records: Iterable[Dict[str, Any]]) -> pandas.DataFrame:

@@ -239,6 +239,40 @@ def _write(connection: sqlite3.Connection, batch: List[Tuple[str, int, int, Opti
         raise
 
 
+def merge(db: PathLike, shards: Iterable[PathLike]) -> int:
+    """Merges index databases (the shards that
+    :func:`kz_id3.dask.index_shards` writes, or any other index) into
+    ``db``, one transaction per shard; a path already in ``db`` takes the
+    shard's row and fields.  Returns the number of files merged."""
+    connection = connect(db)
+    merged = 0
+    try:
+        for shard in shards:
+            connection.execute("ATTACH DATABASE ? AS shard", (os.fspath(shard),))
+            try:
+                connection.execute("BEGIN IMMEDIATE")
+                connection.execute("DELETE FROM fields WHERE file_id IN (SELECT id FROM files "
+                                   "WHERE path IN (SELECT path FROM shard.files))")
+                connection.execute("DELETE FROM files WHERE path IN (SELECT path FROM shard.files)")
+                offset = connection.execute("SELECT coalesce(max(id), 0) FROM files").fetchone()[0]
+                merged += connection.execute(
+                    "INSERT INTO files SELECT id + ?, path, size, mtime_ns, type, status, error "
+                    "FROM shard.files", (offset,)).rowcount
+                connection.execute("INSERT INTO fields SELECT file_id + ?, position, kind, ident, "
+                                   "number, tag, description, text, id3v1 FROM shard.fields",
+                                   (offset,))
+                connection.execute("COMMIT")
+            except BaseException:
+                if connection.in_transaction:
+                    connection.execute("ROLLBACK")
+                raise
+            finally:
+                connection.execute("DETACH DATABASE shard")
+    finally:
+        connection.close()
+    return merged
+
+
 def _reason(error: object) -> str:
     if isinstance(error, OSError) and error.strerror:
         return error.strerror
