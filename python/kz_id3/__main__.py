@@ -11,6 +11,7 @@ import argparse
 import errno
 import json
 import os
+import re
 import sys
 from typing import Iterator, List, Optional, TextIO
 
@@ -92,6 +93,16 @@ def _printable(path: str) -> str:
     return "".join(parts)
 
 
+# Characters json.dumps leaves as they are that break or hide lines in some
+# readers and terminals: escaped, as kzdump does.
+_UNSAFE_IN_JSON = re.compile("[\x7f-\x9f\u2028\u2029\ufeff\ufffe\uffff]")
+
+
+def _json_line(record: dict) -> str:
+    text = json.dumps(record, ensure_ascii=False, separators=(",", ":"))
+    return _UNSAFE_IN_JSON.sub(lambda match: f"\\u{ord(match.group()):04X}", text) + "\n"
+
+
 def _json_path(path: str) -> str:
     return os.fsencode(path).decode("utf-8", "replace")
 
@@ -122,7 +133,7 @@ def render_text(path: str, tags: Tags) -> str:
 def render_json(path: str, tags: Tags) -> str:
     record = tags.as_dict()
     record["path"] = _json_path(path)
-    return json.dumps(record, ensure_ascii=False, separators=(",", ":")) + "\n"
+    return _json_line(record)
 
 
 # ---- Commands ---------------------------------------------------------------------------
@@ -178,8 +189,7 @@ def dump(argv: List[str], out: TextIO) -> int:
             reason = _reason(tags)
             print(f"kz_id3: {_printable(path)}: {reason}", file=sys.stderr)
             if options.json:
-                out.write(json.dumps({"path": _json_path(path), "error": reason},
-                                     ensure_ascii=False, separators=(",", ":")) + "\n")
+                out.write(_json_line({"path": _json_path(path), "error": reason}))
             status = 1
             continue
         if tags.status != 0:

@@ -72,7 +72,7 @@ class Reader:
         """Frees the module context; the reader cannot read afterwards."""
         if getattr(self, "_handle", None):
             self._kit.reader_free(self._handle)
-            self._handle = ctypes.c_void_p()
+            self._handle.value = None
 
     __del__ = close
 

@@ -4,8 +4,11 @@ or a distributed cluster.
 ``scan(paths)`` gives a :class:`dask.bag.Bag` of one dict per file, the
 dicts of :meth:`kz_id3.Tags.as_dict` (a file that could not be read gives
 ``{"path": ..., "error": reason}``); ``to_dataframe(bag)`` a Dask DataFrame of
-one row per field.  Each task reads one partition of paths with
-:func:`kz_id3.read_many`; a worker needs only this package and the kit.
+one row per field; ``index_shards(paths, directory)`` has the workers write
+one index database per partition, for :func:`kz_id3.index.merge`.  Each task
+reads one partition of paths with :func:`kz_id3.read_many`; a worker needs
+only this package and the kit.  docs/scaling.md tells how to run a scan of
+100 million files.
 
 Needs Dask (dask.bag, dask.dataframe, pandas); ``distributed`` for a
 cluster.  ``import kz_id3`` does not import this module or Dask.
