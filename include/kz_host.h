@@ -51,14 +51,17 @@ extern "C" {
  * KZ_HOST_NOTHING_TO_READ are outcomes; the negative values are errors. */
 enum {
     KZ_HOST_OK = 0,
-    KZ_HOST_NOTHING_TO_READ = 1,        /* the module found no tag (open status 51) */
-    KZ_HOST_ERROR_ARGUMENT = -1,        /* a null pointer or a bad option */
+    KZ_HOST_NOTHING_TO_READ = 1,        /* the module found no tag (open status 51, or
+                                           any other non-zero open status) */
+    KZ_HOST_ERROR_ARGUMENT = -1,        /* a null pointer, a bad option, or a reader
+                                           used again from inside its own visitor */
     KZ_HOST_ERROR_NO_MEMORY = -2,
     KZ_HOST_ERROR_MODULE_NOT_FOUND = -3,/* no module file where the kit looked */
     KZ_HOST_ERROR_MODULE_INVALID = -4,  /* dlopen failed, or no VwGetRtns, or an empty entry */
     KZ_HOST_ERROR_NO_CONTEXT = -5,      /* VwAllocProc returned null */
     KZ_HOST_ERROR_IO = -6,              /* open, stat or read failed: see errno_value */
-    KZ_HOST_ERROR_NOT_REGULAR = -7,     /* a directory, device, FIFO or socket */
+    KZ_HOST_ERROR_NOT_REGULAR = -7,     /* a directory (errno_value EISDIR), device,
+                                           FIFO or socket */
     KZ_HOST_ERROR_TOO_LARGE = -8,       /* 4 GiB or more: beyond the module's positions */
     KZ_HOST_ERROR_UNFINISHED = -9,      /* the module did not finish the file (runaway guard) */
     KZ_HOST_ERROR_STOPPED = -10         /* the visitor asked to stop */
@@ -178,7 +181,9 @@ typedef struct kz_host_file_info {
 typedef int (*kz_host_visitor)(const kz_host_field* field, void* user);
 
 /* Streaming reads.  `options` and `info` may be null.  Returns KZ_HOST_OK,
- * KZ_HOST_NOTHING_TO_READ or an error. */
+ * KZ_HOST_NOTHING_TO_READ or an error.  `info` is filled as the read goes:
+ * file_type, detected, type_name, open_status and size are set before the
+ * first call of the visitor, the rest when the read returns. */
 KZ_HOST_API int kz_host_read_file(kz_host_reader* reader, const char* path,
                                   const kz_host_read_options* options,
                                   kz_host_visitor visitor, void* user,
@@ -219,6 +224,32 @@ KZ_HOST_API void kz_host_result_free(kz_host_result* result);
  *             ident bytes, description bytes, text bytes (UTF-8, no NUL)
  * String tags and codes are not packed. */
 #define KZ_HOST_PACKED_NO_DESCRIPTION 0xFFFFFFFFu
+
+/* ---- Tracing ----------------------------------------------------------------
+ * For tools that show exactly what the module delivers (kzdump --trace): the
+ * same read, with every host routine call handed over as it arrives instead
+ * of being made into fields.  Paging, the limits and the runaway guards work
+ * as in the other reads. */
+typedef struct kz_host_call {
+    uint16_t routine;      /* SO_ROUTINE_* of kz_id3.h; 0: VwStreamOpen has returned */
+    uint32_t args[3];      /* the arguments before the user pair, in order; for
+                              SOBeginTag args[2] is the descriptor's field number;
+                              for VwStreamOpen args[0] is its result */
+    int has_descriptor;    /* SOBeginTag: 0 when the descriptor pointer was null */
+    uint32_t result;       /* SOOutBreak: the status the kit answered */
+    const char* type_name; /* VwStreamOpen: the type name written by the module */
+} kz_host_call;
+
+typedef void (*kz_host_tracer)(const kz_host_call* call, void* user);
+
+KZ_HOST_API int kz_host_trace_file(kz_host_reader* reader, const char* path,
+                                   const kz_host_read_options* options,
+                                   kz_host_tracer tracer, void* user,
+                                   kz_host_file_info* info);
+KZ_HOST_API int kz_host_trace_memory(kz_host_reader* reader, const void* data, size_t size,
+                                     const kz_host_read_options* options,
+                                     kz_host_tracer tracer, void* user,
+                                     kz_host_file_info* info);
 
 /* ---- Type detection ---------------------------------------------------------
  * The host decides a file's type before it opens it.  These look at the

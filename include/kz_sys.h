@@ -29,6 +29,10 @@ void SYSNativeFree(KzHandle handle);
 #define KZ_SYS_DEFAULT_BLOCK_LIMIT (64u * 1024u * 1024u)
 void KzSysSetBlockLimit(uint32_t bytes);
 uint32_t KzSysBlockLimit(void);
+/* Allocations refused on this thread for being above the limit, so far: a
+ * host compares it before and after a read to learn whether the limit cut a
+ * frame body. */
+int64_t KzSysRefusedBlocks(void);
 
 /* Make the next allocations on this thread fail: after `successes` more
  * successful allocations, every one fails until KzSysResetFaults.  A

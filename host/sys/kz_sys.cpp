@@ -17,6 +17,7 @@ struct ThreadControls {
     bool failLocks = false;
     int64_t liveBlocks = 0;
     int64_t allocations = 0;
+    int64_t refused = 0;
 };
 
 thread_local ThreadControls controls;
@@ -27,7 +28,10 @@ extern "C" {
 
 KzHandle SYSNativeAlloc(uint32_t size) {
     ++controls.allocations;
-    if (size > controls.blockLimit) return nullptr;
+    if (size > controls.blockLimit) {
+        ++controls.refused;
+        return nullptr;
+    }
     if (controls.successesBeforeFailure == 0) return nullptr;
     if (controls.successesBeforeFailure > 0) --controls.successesBeforeFailure;
     auto* block = static_cast<Block*>(std::malloc(sizeof(Block)));
@@ -59,6 +63,7 @@ void SYSNativeFree(KzHandle handle) {
 
 void KzSysSetBlockLimit(uint32_t bytes) { controls.blockLimit = bytes; }
 uint32_t KzSysBlockLimit(void) { return controls.blockLimit; }
+int64_t KzSysRefusedBlocks(void) { return controls.refused; }
 
 void KzSysFailAllocationsAfter(int32_t successes) { controls.successesBeforeFailure = successes; }
 void KzSysFailLocks(int32_t fail) { controls.failLocks = fail != 0; }
