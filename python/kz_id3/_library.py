@@ -147,4 +147,5 @@ def _load() -> Kit:
             return Kit(place)
         except (OSError, AttributeError) as error:
             tried.append(f"{place} ({error})")
-    raise Error("cannot find the host kit libkz_host.so; tried: " + "; ".join(tried))
+    raise Error("cannot find the host kit libkz_host.so (set KZ_HOST_LIBRARY to its path); "
+                "tried: " + "; ".join(tried))

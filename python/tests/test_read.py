@@ -31,7 +31,7 @@ def test_command_prints_like_kzdump():
     json_lines = run_cli("--json", "-j", "2", "--type", str(KZDUMP_TYPE), *FILES).stdout
     assert [json.loads(line) for line in json_lines.splitlines()] == \
         list(kzdump_records(FILES).values())
-    text = subprocess.run([KZDUMP, *SAMPLES], capture_output=True, text=True).stdout
+    text = subprocess.run([*KZDUMP, *SAMPLES], capture_output=True, text=True).stdout
     assert run_cli("--type", str(KZDUMP_TYPE), *SAMPLES).stdout == text
 
 
