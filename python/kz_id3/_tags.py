@@ -60,8 +60,9 @@ class Field(NamedTuple):
         return entry
 
 
-def _decode(data: bytes) -> str:
-    return data.decode("utf-8", "replace")
+# Identifiers as str, by their bytes: a few dozen in any collection (bounded
+# all the same).
+_IDENTS: Dict[bytes, str] = {}
 
 
 class Tags:
@@ -96,7 +97,7 @@ class Tags:
     def type_name(self) -> str:
         """The type name the module gave, as "MPEG-1 audio - Layer 3, ID3v2.x"."""
         length = _HEAD.unpack_from(self._packed)[4]
-        return _decode(self._packed[_HEAD.size:_HEAD.size + length])
+        return self._packed[_HEAD.size:_HEAD.size + length].decode("utf-8", "replace")
 
     @property
     def end_seen(self) -> bool:
@@ -122,28 +123,39 @@ class Tags:
         return self._fields
 
     def _parse(self) -> List[Field]:
+        # The hot loop of a scan that looks at every field: locals only, and
+        # no call of Field's Python-level constructor.
         data = self._packed
         count, _, _, _, name_length = _HEAD.unpack_from(data)
         offset = _HEAD.size + name_length
         only = self._only
         unpack = _ITEM.unpack_from
-        fields = []
+        item_size = _ITEM.size
+        idents = _IDENTS
+        new = tuple.__new__
+        fields: List[Field] = []
+        append = fields.append
         for _ in range(count):
             kind, id3v1, ident_length, tag, number, description_length, text_length = \
                 unpack(data, offset)
-            offset += _ITEM.size
-            ident = data[offset:offset + ident_length].decode("ascii", "replace")
+            offset += item_size
+            key = data[offset:offset + ident_length]
+            ident = idents.get(key)
+            if ident is None:
+                ident = key.decode("ascii", "replace")
+                if len(idents) < 4096:
+                    idents[key] = ident
             offset += ident_length
             description = None
             if description_length != _NO_DESCRIPTION:
-                description = _decode(data[offset:offset + description_length])
+                description = data[offset:offset + description_length].decode("utf-8", "replace")
                 offset += description_length
-            text = _decode(data[offset:offset + text_length])
-            offset += text_length
-            if only is not None and ident not in only and number not in only:
-                continue
-            fields.append(Field(_KINDS[kind] if kind < 3 else str(kind), tag, number, ident,
-                                description, text, bool(id3v1)))
+            end = offset + text_length
+            if only is None or ident in only or number in only:
+                text = data[offset:end].decode("utf-8", "replace")
+                append(new(Field, (_KINDS[kind] if kind < 3 else str(kind), tag, number, ident,
+                                   description, text, id3v1 != 0)))
+            offset = end
         return fields
 
     def __iter__(self) -> Iterator[Field]:
