@@ -27,6 +27,7 @@ Dask (python3-dask, python3-distributed, python3-pandas) for 3.
 import argparse
 import collections
 import os
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -50,10 +51,16 @@ def build(build_dir: Path) -> None:
 
 
 def corpus(build_dir: Path, directory: Path, count: int) -> list:
+    if directory.is_dir() and len(os.listdir(directory)) == count:
+        return warm(sorted(str(path) for path in directory.iterdir()))
+    shutil.rmtree(directory, ignore_errors=True)
     directory.mkdir()
     subprocess.run([str(build_dir / "bin" / "kz_bench_corpus"), str(directory), str(count)],
                    check=True, stdout=subprocess.DEVNULL)
-    paths = sorted(str(path) for path in directory.iterdir())
+    return warm(sorted(str(path) for path in directory.iterdir()))
+
+
+def warm(paths: list) -> list:
     for path in paths:  # into the page cache
         with open(path, "rb") as file:
             while file.read(1 << 20):
@@ -144,6 +151,8 @@ def bench_dask(paths, runs, partition_size):
 def bench_index(paths, work: Path):
     tree = Path(paths[0]).parent
     db = work / "index.db"
+    for stale in work.glob("index.db*"):
+        stale.unlink()
     first = index.update(db, [tree], workers=2)
     second = index.update(db, [tree], workers=2)
     print(f"\nIndex of {first.files} files (workers=2), database {db.stat().st_size >> 20} MB")
@@ -162,12 +171,15 @@ def main():
     parser.add_argument("--partition-size", type=int, default=1000)
     parser.add_argument("--build-dir", default=str(ROOT / "build-bench"))
     parser.add_argument("--only", choices=["read", "dask", "index"], action="append")
+    parser.add_argument("--keep", metavar="DIR",
+                        help="write the corpora into DIR and keep them; reused when there")
     options = parser.parse_args()
     build_dir = Path(options.build_dir)
     build(build_dir)
     only = set(options.only or ["read", "dask", "index"])
-    with tempfile.TemporaryDirectory(prefix="kz_python_bench.") as work:
-        work = Path(work)
+    with tempfile.TemporaryDirectory(prefix="kz_python_bench.") as temporary:
+        work = Path(options.keep or temporary)
+        work.mkdir(exist_ok=True)
         small = corpus(build_dir, work / "small", options.files)
         if "read" in only:
             header(f"Reading {len(small)} files (kit {kz_id3.kit_version()})")

@@ -7,6 +7,7 @@ import errno
 import itertools
 import os
 import queue
+import sys
 import threading
 from typing import (Any, Dict, Iterable, Iterator, List, Optional, Tuple, Union)
 
@@ -17,6 +18,9 @@ from ._tags import Tags
 PathLike = Union[str, "os.PathLike[str]"]
 Source = Union[PathLike, bytes, bytearray, memoryview]
 FieldFilter = Optional[Iterable[Union[str, int]]]
+
+_FS_ENCODING = sys.getfilesystemencoding()
+_FS_ERRORS = sys.getfilesystemencodeerrors()
 
 # What reading one file may raise; read_many hands these back as results.
 _FILE_ERRORS = (Error, OSError, TypeError, ValueError)
@@ -101,32 +105,36 @@ class Reader:
         return options[1]
 
     def _read(self, source: Source, options: Any, only: Optional[frozenset]) -> Tags:
-        kit = self._kit
-        if isinstance(source, (bytes, bytearray, memoryview)):
+        # Run once per file: kept to the few steps the kit needs.
+        if type(source) is str:
+            path = source
+        elif isinstance(source, (bytes, bytearray, memoryview)):
             data = bytes(source)
-            status = kit.collect_memory(self._live(), data, len(data), options, self._result_ref)
+            status = self._kit.collect_memory(self._handle, data, len(data), options,
+                                              self._result_ref)
             return self._take(status, None, only)
-        path = os.fspath(source)
-        if not isinstance(path, str):
-            raise TypeError(f"a path must be str or os.PathLike[str], not {type(source).__name__}"
-                            " (bytes are read as the file's contents)")
-        encoded = os.fsencode(path)
-        if b"\0" in encoded:
-            raise ValueError(f"embedded null byte in path {path!r}")
-        status = kit.collect_file(self._live(), encoded, options, self._result_ref)
+        else:
+            path = os.fspath(source)
+            if not isinstance(path, str):
+                raise TypeError(f"a path must be str or os.PathLike[str], not "
+                                f"{type(source).__name__} (bytes are read as the file's contents)")
+        if "\0" in path:
+            raise ValueError(f"embedded null character in path {path!r}")
+        status = self._kit.collect_file(self._handle, path.encode(_FS_ENCODING, _FS_ERRORS),
+                                        options, self._result_ref)
         return self._take(status, path, only)
 
     def _take(self, status: int, path: Optional[str], only: Optional[frozenset]) -> Tags:
         kit = self._kit
         result = self._result
-        if status == lib.OK or status == lib.NOTHING_TO_READ:
-            address = kit.result_packed(result, self._size_ref)
-            packed = ctypes.string_at(address, self._size.value)
+        if status == 0 or status == 1:  # OK, NOTHING_TO_READ
+            packed = ctypes.string_at(kit.result_packed(result, self._size_ref), self._size.value)
             kit.result_free(result)
             return Tags(packed, path, only)
         if result:
             kit.result_free(result)
             result.value = None
+        self._live()
         raise _failure(kit, status, path)
 
 

@@ -8,7 +8,7 @@ held would otherwise be building objects nobody looks at.
 from __future__ import annotations
 
 import struct
-from typing import Any, Dict, Iterator, List, NamedTuple, Optional, Union
+from typing import Any, Dict, Iterator, List, NamedTuple, Optional, Tuple, Union
 
 # The packed layout of kz_host.h: native byte order, no padding.
 _HEAD = struct.Struct("=IiHBB")   # item count, open status, file type, flags, type name length
@@ -48,16 +48,19 @@ class Field(NamedTuple):
     def as_dict(self) -> Dict[str, Any]:
         """The field as an entry of ``kzdump --json``'s "fields" (without
         "codes" and "strings"), with "id3v1" added."""
-        if self.kind == "failure":
-            return {"failure": self.tag}
-        if self.kind == "outside":
-            return {"outside": True, "text": self.text}
-        entry: Dict[str, Any] = {"tag": self.tag, "field": self.number, "id": self.ident}
-        if self.description is not None:
-            entry["description"] = self.description
-        entry["text"] = self.text
-        entry["id3v1"] = self.id3v1
-        return entry
+        return _entry(*self)
+
+
+def _entry(kind: str, tag: int, number: int, ident: str, description: Optional[str], text: str,
+           id3v1: bool) -> Dict[str, Any]:
+    if kind == "field":
+        if description is None:
+            return {"tag": tag, "field": number, "id": ident, "text": text, "id3v1": id3v1}
+        return {"tag": tag, "field": number, "id": ident, "description": description,
+                "text": text, "id3v1": id3v1}
+    if kind == "outside":
+        return {"outside": True, "text": text}
+    return {"failure": tag}
 
 
 # Identifiers as str, by their bytes: a few dozen in any collection (bounded
@@ -123,8 +126,12 @@ class Tags:
         return self._fields
 
     def _parse(self) -> List[Field]:
-        # The hot loop of a scan that looks at every field: locals only, and
-        # no call of Field's Python-level constructor.
+        new = tuple.__new__
+        return [new(Field, item) for item in self._items()]
+
+    def _items(self) -> Iterator[Tuple[str, int, int, str, Optional[str], str, bool]]:
+        """The items of the packed result, as tuples in Field's order.  The
+        hot loop of a scan that looks at every field: locals only."""
         data = self._packed
         count, _, _, _, name_length = _HEAD.unpack_from(data)
         offset = _HEAD.size + name_length
@@ -132,9 +139,6 @@ class Tags:
         unpack = _ITEM.unpack_from
         item_size = _ITEM.size
         idents = _IDENTS
-        new = tuple.__new__
-        fields: List[Field] = []
-        append = fields.append
         for _ in range(count):
             kind, id3v1, ident_length, tag, number, description_length, text_length = \
                 unpack(data, offset)
@@ -152,11 +156,9 @@ class Tags:
                 offset += description_length
             end = offset + text_length
             if only is None or ident in only or number in only:
-                text = data[offset:end].decode("utf-8", "replace")
-                append(new(Field, (_KINDS[kind] if kind < 3 else str(kind), tag, number, ident,
-                                   description, text, id3v1 != 0)))
+                yield (_KINDS[kind] if kind < 3 else str(kind), tag, number, ident, description,
+                       data[offset:end].decode("utf-8", "replace"), id3v1 != 0)
             offset = end
-        return fields
 
     def __iter__(self) -> Iterator[Field]:
         return iter(self.fields)
@@ -183,8 +185,9 @@ class Tags:
         """The file as ``kzdump --json`` gives it: "path", "status", "type",
         "fields" and "end", JSON-ready.  The fields carry "id3v1" besides
         kzdump's keys, and leave out "codes" and "strings"."""
+        items = self._fields if self._fields is not None else self._items()
         return {"path": self.path, "status": self.status, "type": self.type_name,
-                "fields": [field.as_dict() for field in self.fields], "end": self.end_seen}
+                "fields": [_entry(*item) for item in items], "end": self.end_seen}
 
     def __repr__(self) -> str:
         return f"<Tags {self.path!r} {self.type_name!r}: {len(self.fields)} fields>"

@@ -108,6 +108,7 @@ def connect(db: PathLike) -> sqlite3.Connection:
         raise ValueError(f"{db}: an index of schema version {version}, not {SCHEMA_VERSION}")
     connection.execute("PRAGMA journal_mode = WAL")
     connection.execute("PRAGMA synchronous = NORMAL")
+    connection.execute("PRAGMA cache_size = -65536")  # KiB: the text index outgrows the default
     connection.executescript(_SCHEMA)
     connection.execute(f"PRAGMA user_version = {SCHEMA_VERSION}")
     return connection
@@ -163,6 +164,11 @@ def update(db: PathLike, paths: Iterable[PathLike], *, workers: Optional[int] = 
         known: Dict[str, Tuple[int, int, int]] = {
             path: (size, mtime, file_id) for file_id, path, size, mtime
             in connection.execute("SELECT id, path, size, mtime_ns FROM files")}
+        if not known:
+            # Filling an empty index: the text index is built once at the end,
+            # sorted, rather than row by row (connect() builds it again if the
+            # run is cut short).
+            connection.execute("DROP INDEX IF EXISTS fields_by_text")
         seen: Set[str] = set()
         unlisted: List[str] = []
         waiting: "collections.deque[Tuple[str, int, int, Optional[int]]]" = collections.deque()
@@ -201,6 +207,7 @@ def update(db: PathLike, paths: Iterable[PathLike], *, workers: Optional[int] = 
             connection.executemany("DELETE FROM files WHERE id = ?", part)
             connection.execute("COMMIT")
         summary.removed = len(gone)
+        connection.executescript(_SCHEMA)
     finally:
         connection.close()
     summary.seconds = time.perf_counter() - started
