@@ -27,6 +27,7 @@ Dask (python3-dask, python3-distributed, python3-pandas) for 3.
 import argparse
 import collections
 import os
+import pickle
 import shutil
 import subprocess
 import sys
@@ -99,6 +100,22 @@ def mutagen_strings(paths):
             pass
 
 
+def io_counters():
+    with open("/proc/self/io") as counters:
+        values = dict(line.split(": ") for line in counters.read().splitlines())
+    return int(values["rchar"]), int(values["syscr"])
+
+
+def io_per_file(paths):
+    before = io_counters()
+    lazy(paths, 1)
+    after = io_counters()
+    size = sum(os.path.getsize(path) for path in paths) / len(paths)
+    print(f"per file: {(after[0] - before[0]) / len(paths) / 1024:.1f} KiB read in "
+          f"{(after[1] - before[1]) / len(paths):.2f} read calls; files average "
+          f"{size / 1024:.1f} KiB")
+
+
 def row(name, count, seconds, base=None):
     ratio = f"{base / seconds:8.2f}" if base else " " * 8
     print(f"{name:<44} {count:>7} {seconds:9.3f} {count / seconds:10.0f} {ratio}")
@@ -117,7 +134,7 @@ def add_counters(counters):
     return sum(counters, collections.Counter())
 
 
-def bench_dask(paths, runs, partition_size):
+def bench_dask(paths, runs, partition_size, work):
     try:
         import distributed
         import kz_id3.dask
@@ -141,11 +158,23 @@ def bench_dask(paths, runs, partition_size):
 
         on_workers = best(scan_count, runs)
         gathered = best(scan_gather, runs)
+        shard_dir = Path(tempfile.mkdtemp(prefix="kz_shards.", dir=work))
+        started = time.perf_counter()
+        shards = kz_id3.dask.index_shards(paths, shard_dir, partition_size=partition_size).compute()
+        sharded = time.perf_counter() - started
+    started = time.perf_counter()
+    index.merge(shard_dir / "merged.db", shards)
+    merged = time.perf_counter() - started
     header(f"Dask LocalCluster, 2 worker processes x 1 thread, partitions of {partition_size}")
     row("read_many(workers=2)", len(paths), threads, threads)
     row("scan, fields counted on the workers", len(paths), on_workers, threads)
     row("scan, every record gathered to the client", len(paths), gathered, threads)
+    row("index_shards: an SQLite file per partition", len(paths), sharded, threads)
+    row("index.merge of those shards (one process)", len(paths), merged, threads)
     print(f"({sum(counted.values())} fields counted; ratio: read_many's time / this time)")
+    records = [tags.as_dict() for _, tags in kz_id3.read_many(paths[:1000])]
+    print(f"a record pickled: {len(pickle.dumps(records)) / len(records):.0f} bytes on average")
+    shutil.rmtree(shard_dir)
 
 
 def bench_index(paths, work: Path):
@@ -196,6 +225,7 @@ def main():
                     best(lambda: strings(small, workers), options.runs), base)
         large = corpus(build_dir, work / "large", options.large)
         if "read" in only:
+            io_per_file(small)
             header(f"Reading {len(large)} files")
             one = best(lambda: lazy(large, 1), options.runs)
             row("read_many(workers=1)", len(large), one, one)
@@ -205,7 +235,7 @@ def main():
             row("read_many(workers=2), every field's text", len(large),
                 best(lambda: strings(large, 2), options.runs), one)
         if "dask" in only:
-            bench_dask(large, options.runs, options.partition_size)
+            bench_dask(large, options.runs, options.partition_size, work)
         if "index" in only:
             tree = large
             if options.index_files:
