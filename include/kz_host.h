@@ -152,7 +152,11 @@ typedef struct kz_host_field {
     const char* description;/* user-defined fields: the first string's text; else null */
     size_t description_len;
     const char* text;       /* the value as UTF-8, string tags excluded; NUL-terminated,
-                               but may hold NUL characters: use text_len */
+                               but may hold NUL characters: use text_len.  Single-byte
+                               codes are ISO-8859-1, UTF-16 surrogate pairs are joined
+                               and an unpaired half becomes U+FFFD; a line break
+                               (SOOutSpecial(5)) and a 0x0A character are both "\n";
+                               other SOOutSpecial codes are left out */
     size_t text_len;
     const kz_host_string* strings; /* every string tag inside the field, in order */
     size_t string_count;
@@ -253,8 +257,9 @@ KZ_HOST_API int kz_host_trace_memory(kz_host_reader* reader, const void* data, s
 
 /* ---- Type detection ---------------------------------------------------------
  * The host decides a file's type before it opens it.  These look at the
- * first MPEG audio frame header after the ID3v2 tags (confirmed by a second
- * header where the first one's length says it should be) and at the ID3v1
+ * first MPEG audio frame header within 64 KiB after the ID3v2 tags
+ * (confirmed by a second header where the first one's length says it
+ * should be, or by the frame ending where the audio ends) and at the ID3v1
  * trailer, and give one of the identifiers 1706 to 1715:
  *   MPEG-1 Layer III: 1707 with an ID3v2 tag, else 1706 with an ID3v1
  *   trailer, else 1710; MPEG-1 Layer I, II: 1711, 1712; MPEG-2 and 2.5

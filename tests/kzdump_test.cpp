@@ -4,124 +4,28 @@
 #ifdef KZDUMP_PATH
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "processes.h"
 #include "tag_builder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using kztest::Bytes;
-using kztest::Frame;
-using kztest::Latin1;
-using kztest::operator+;
-using kztest::Raw;
-using Strings = std::vector<std::string>;
+using namespace kztest;
 
+// Header lines name the type detected: MPEG-1 Layer III audio after an ID3v2
+// tag or before an ID3v1 trailer, or a tag without audio.
 const std::string kType = ": MPEG-1 audio - Layer 3, ID3v2.x";
-
-struct RunResult {
-    int status = -1;  // exit status; -1 when the program did not exit normally
-    std::string out;
-    std::string err;
-};
-
-// A directory under the system's temporary directory, removed at the end.
-class TempDir {
-public:
-    TempDir() {
-        std::string pattern = (fs::temp_directory_path() / "kzdump-test-XXXXXX").string();
-        if (mkdtemp(pattern.data()) != nullptr) path = pattern;
-    }
-    ~TempDir() {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-    std::string Write(const std::string& name, const Bytes& bytes) const {
-        const fs::path file = path / name;
-        fs::create_directories(file.parent_path());
-        std::ofstream(file, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        return file.string();
-    }
-    std::string Write(const std::string& name, const std::string& text) const {
-        return Write(name, Latin1(text));
-    }
-    fs::path path;
-};
-
-std::string ReadWhole(const fs::path& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
-std::string Quoted(const std::vector<std::string>& words) {
-    std::string out;
-    for (const std::string& word : words) {
-        out += " '";
-        for (const char c : word) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        out += "'";
-    }
-    return out;
-}
-
-Strings operator+(Strings a, const Strings& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-// Runs a shell command, its error output captured in a file.
-RunResult Run(const std::string& command) {
-    TempDir capture;
-    const std::string err = (capture.path / "err").string();
-    RunResult result;
-    FILE* pipe = popen((command + " 2>" + Quoted({err})).c_str(), "r");
-    if (pipe == nullptr) {
-        ADD_FAILURE() << "cannot start " << command;
-        return result;
-    }
-    char buffer[65536];
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) result.out.append(buffer, n);
-    const int status = pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.err = ReadWhole(err);
-    return result;
-}
+const std::string kTypeV1 = ": MPEG-1 audio - Layer 3, ID3v1.x";
+const std::string kTagOnly = ": ID3 Ver 2.x";
 
 RunResult Kzdump(const Strings& args) { return Run(Quoted(Strings{KZDUMP_PATH} + args)); }
-
-// Runs a python3 script on `input`; its standard output, after checking that
-// it ran to its end.
-std::string Python(const std::string& script, const std::string& input, const Strings& args = {}) {
-    TempDir dir;
-    const RunResult run = Run("PYTHONIOENCODING=utf-8:surrogateescape python3" +
-                              Quoted(Strings{dir.Write("script.py", script)} + args) + " <" +
-                              Quoted({dir.Write("in", input)}));
-    EXPECT_EQ(run.status, 0) << run.err;
-    return run.out;
-}
-
-Strings FilesIn(const fs::path& directory, const std::string& extension) {
-    Strings files;
-    std::error_code ec;
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory, ec)) {
-        const std::string ext = entry.path().extension().string();
-        if (entry.is_regular_file() && (extension.empty() ? ext != ".md" : ext == extension))
-            files.push_back(entry.path().string());
-    }
-    std::sort(files.begin(), files.end());
-    return files;
-}
 
 Strings SampleFiles() { return FilesIn(KZ_SAMPLES_DIR, ".mp3"); }
 Strings CorpusFiles() { return FilesIn(KZ_CORPUS_DIR, ""); }
@@ -171,31 +75,33 @@ TEST(Kzdump, ShowsTheFieldsOfSamplesAndOfFilesBuiltHere) {
     const std::string large = declaring("large.mp3", 50'000'000);
     const struct {
         std::string path;
+        std::string type;
         bool whole;  // false: the lines after the header start with these
         Strings lines;
     } cases[] = {
         // TIT2, TPE1, TRCK, a TDRC frame (not one the module reads), audio,
         // and an ID3v1.1 trailer with track 7 and genre 13.
-        {Sample("v24_with_id3v1.mp3"), true,
+        {Sample("v24_with_id3v1.mp3"), kType, true,
          {"  TIT2: Evening Song", "  TPE1: The Testers", "  TRCK: 7", "  ID3v1 title: Evening Song",
           "  ID3v1 artist: The Testers", "  ID3v1 album: Sample Album", "  ID3v1 year: 2004",
           "  ID3v1 comment: ID3v1.1 trailer", "  ID3v1 track: 7", "  ID3v1 genre: 13"}},
-        {Sample("id3v1_only.mp3"), true,
+        {Sample("id3v1_only.mp3"), kTypeV1, true,
          {"  ID3v1 title: Only Trailer", "  ID3v1 artist: Nobody", "  ID3v1 album:",
           "  ID3v1 year: 1999", "  ID3v1 comment: A comment that fills 30 bytes.", "  ID3v1 genre:"}},
-        {Sample("two_tags.mp3"), true,
+        {Sample("two_tags.mp3"), kType, true,
          {"  TIT2: First tag", "  TPE1: Band A", "  TIT2: Second tag", "  TALB: Other album"}},
-        {Sample("v22_latin1.mp3"), false,
+        {Sample("v22_latin1.mp3"), kType, false,
          {"  TIT2: Morning Song", "  TPE1: The Testers", "  TALB: Sample Album", "  TYER: 2001",
           "  TRCK: 3/12", "  TCON: (13)Pop"}},
-        {Sample("v23_utf16.mp3"), false,
+        {Sample("v23_utf16.mp3"), kType, false,
          {"  TIT2: Caf\u00E9 \u00DCn\u00EFcode", "  TPE1: \u03A9mega \U0001D11E Band",
           "  TALB: Gr\u00FC\u00DFe"}},
-        {escapes, true, {"  TIT2: A\\x01B\\\\\\x7F\\x0A", "  TPE1: x\uFFFDy\uFFFD"}},
-        {user, true, {"  TXXX \"Mood\": calm", "  WXXX \"Home\": http://h/", "  TXXX/WXXX \"Key\": value"}},
-        {people, true, {"  TIT2: T", "  (outside any field): a b "}},
-        {huge, true, {"  TIT2:"}},
-        {large, true, {"  TIT2:"}},
+        // A line feed continues the value on an indented line.
+        {escapes, kTagOnly, true, {"  TIT2: A\\x01B\\\\\\x7F", "    ", "  TPE1: x\uFFFDy\uFFFD"}},
+        {user, kTagOnly, true, {"  TXXX \"Mood\": calm", "  WXXX \"Home\": http://h/", "  TXXX/WXXX \"Key\": value"}},
+        {people, kTagOnly, true, {"  TIT2: T", "  (outside any field): a b "}},
+        {huge, kTagOnly, true, {"  TIT2:"}},
+        {large, kTagOnly, true, {"  TIT2:"}},
     };
     for (const auto& c : cases) {
         const RunResult run = Kzdump({c.path});
@@ -204,9 +110,10 @@ TEST(Kzdump, ShowsTheFieldsOfSamplesAndOfFilesBuiltHere) {
         const Strings lines = Lines(run.out);
         if (c.whole) {
             EXPECT_TRUE(run.out.ends_with('\n')) << c.path;
-            EXPECT_EQ(lines, Strings{c.path + kType} + c.lines);
+            EXPECT_EQ(lines, Strings{c.path + c.type} + c.lines);
         } else {
             ASSERT_GT(lines.size(), c.lines.size()) << run.out;
+            EXPECT_EQ(lines[0], c.path + c.type);
             EXPECT_EQ(Strings(lines.begin() + 1, lines.begin() + 1 + c.lines.size()), c.lines);
         }
     }
@@ -228,7 +135,7 @@ TEST(Kzdump, ExitStatusAndMessages) {
         std::string outStart, outHas, errStart;  // errStart ending in a line feed: the whole of it
         Strings errHas;
     } cases[] = {
-        {{silent, sample}, 1, silent + kType + ": no tags\n", "  TIT2: Second tag\n", "", {}},
+        {{silent, sample}, 1, silent + ": MPEG-1 audio - Layer 3: no tags\n", "  TIT2: Second tag\n", "", {}},
         {{"--type", "1708", sample}, 0, sample + ": ID3 Ver 1.x\n", "", "", {}},
         {{"--type=9999", sample}, 0, sample + ": type 9999\n", "", "", {}},
         {{missing, sample}, 1, "", "  TIT2: First tag\n",
@@ -255,7 +162,7 @@ TEST(Kzdump, ExitStatusAndMessages) {
         {"--frobnicate", sample},    {"-j", "0", sample},           {"-j", "x", sample},
         {"-j"},                      {"--stop-every", "0", sample}, {"--stop-every", "-1", sample},
         {"--type", "70000", sample}, {"--type", "12a", sample},     {},
-        {"--json", "--trace", sample},
+        {"--json", "--trace", sample}, {"--codes", sample},
     };
     for (const Strings& args : bad) {
         const RunResult run = Kzdump(args);
@@ -275,8 +182,8 @@ TEST(Kzdump, WalksDirectoriesInSortedOrder) {
     for (const std::string& line : Lines(run.out))
         if (!line.starts_with("  ")) headers.push_back(line);
     const std::string base = dir.path.string();
-    EXPECT_EQ(headers, (Strings{base + "/B.mp3" + kType, base + "/a.mp3" + kType,
-                                base + "/b.mp3" + kType, base + "/sub/c.mp3" + kType}));
+    EXPECT_EQ(headers, (Strings{base + "/B.mp3" + kTagOnly, base + "/a.mp3" + kTagOnly,
+                                base + "/b.mp3" + kTagOnly, base + "/sub/c.mp3" + kTagOnly}));
 }
 
 TEST(Kzdump, TracesEveryHostCall) {
@@ -296,7 +203,7 @@ TEST(Kzdump, TracesEveryHostCall) {
 TEST(Kzdump, DocumentsItsOptionsAndExitStatus) {
     const RunResult run = Kzdump({"--help"});
     EXPECT_EQ(run.status, 0);
-    for (const char* word : {"--json", "--trace", "-r", "-j", "--stop-every", "--type", "--filter",
+    for (const char* word : {"--json", "--codes", "--trace", "-r", "-j", "--stop-every", "--type", "--filter",
                              "Exit status", "TXXX/WXXX", "ID3v1"}) {
         EXPECT_NE(run.out.find(word), std::string::npos) << word;
     }
@@ -388,7 +295,7 @@ for path, line, group in zip(files, lines, groups):
 
 TEST(Kzdump, JsonLinesParseAndAgreeWithTheTextOutput) {
     const Strings files = SampleFiles() + CorpusFiles();
-    const RunResult json = Kzdump(Strings{"--json"} + files);
+    const RunResult json = Kzdump(Strings{"--json", "--codes"} + files);
     const RunResult text = Kzdump(files);
     EXPECT_EQ(json.status, text.status);
     TempDir dir;
@@ -396,7 +303,7 @@ TEST(Kzdump, JsonLinesParseAndAgreeWithTheTextOutput) {
 }
 
 TEST(Kzdump, JsonGivesCodesTagAndFieldNumbers) {
-    const RunResult run = Kzdump({"--json", Sample("v23_utf16.mp3")});
+    const RunResult run = Kzdump({"--json", "--codes", Sample("v23_utf16.mp3")});
     EXPECT_EQ(run.status, 0) << run.err;
     const std::string fields = Python(R"(import json, sys
 f = json.loads(sys.stdin.readline())

@@ -100,7 +100,6 @@ private:
     bool endSeen_ = false;
     bool paged_ = false;     // the last read call was stopped for paging
     bool runaway_ = false;   // a guard gave the file up
-    bool restoreFailed_ = false;
     int failure_ = KZ_HOST_OK;  // NO_MEMORY or STOPPED from an exception
     uint32_t framesSinceStop_ = 0;
     uint64_t frameBreaks_ = 0;

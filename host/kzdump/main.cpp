@@ -1,14 +1,17 @@
-// kzdump: the reference host of the ID3 filter module.  Loads libkz_id3.so
-// as a host engine does and shows what it delivers for each file.
-#include "module_loader.h"
+// kzdump: the reference host of the ID3 filter module.  Reads each file
+// through the host kit (libkz_host.so), which loads the module as a host
+// engine does, and shows what the module delivers.
+#include "kz_host.h"
 #include "options.h"
 #include "path_list.h"
 #include "render.h"
-#include "session.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -17,33 +20,54 @@ namespace kzdump {
 
 namespace {
 
+// Output of a job that is not yet its turn is held up to this many bytes per
+// worker thread; a worker that reaches it waits for its turn.
+constexpr size_t kHeldPerWorker = size_t{4} << 20;
+
 // Writes the outputs of the jobs in job order, whichever worker finishes
-// first.  Buffers of jobs that wait for their turn are recycled.
+// first; the job whose turn it is writes as it goes.  Buffers of jobs that
+// wait for their turn are recycled.
 class OrderedOutput {
 public:
-    explicit OrderedOutput(size_t count) : slots_(count), ready_(count, false) {}
+    OrderedOutput(size_t jobs, size_t workers)
+        : slots_(jobs), ready_(jobs, false), heldLimit_(workers * kHeldPerWorker) {}
 
-    // Takes the output of job `index` out of `out` and `err`, which come back
+    // Job `index` has written `out` so far.  When its turn has come, `out`
+    // goes out now and comes back empty; otherwise it stays until it holds
+    // the worker's share, and then the worker waits for its turn.
+    void Progress(size_t index, std::string& out) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (index != next_ && out.size() < kHeldPerWorker) return;
+        turn_.wait(lock, [&] { return index == next_; });
+        Write(out);
+    }
+
+    // Job `index` is done: its output and error lines, which come back
     // empty (with recycled capacity).
-    void Submit(size_t index, std::string& out, std::string& err) {
-        std::lock_guard<std::mutex> lock(mutex_);
+    void Finish(size_t index, std::string& out, std::string& err) {
+        std::unique_lock<std::mutex> lock(mutex_);
         if (index != next_) {
+            held_ += out.size() + err.size();
             slots_[index].out.swap(out);
             slots_[index].err.swap(err);
             ready_[index] = true;
             TakeSpare(out);
             TakeSpare(err);
+            // Finished jobs waiting for their turn are bounded too.
+            turn_.wait(lock, [&] { return held_ <= heldLimit_ || next_ > index; });
             return;
         }
-        Write(out, err);
+        WriteJob(out, err);
         ++next_;
         while (next_ < slots_.size() && ready_[next_]) {
             Slot& slot = slots_[next_];
-            Write(slot.out, slot.err);
+            held_ -= slot.out.size() + slot.err.size();
+            WriteJob(slot.out, slot.err);
             spare_.push_back(std::move(slot.out));
             spare_.push_back(std::move(slot.err));
             ++next_;
         }
+        turn_.notify_all();
     }
 
 private:
@@ -52,14 +76,18 @@ private:
         std::string err;
     };
 
-    static void Write(std::string& out, std::string& err) {
+    static void Write(std::string& out) {
+        std::fwrite(out.data(), 1, out.size(), stdout);
+        out.clear();
+    }
+
+    static void WriteJob(std::string& out, std::string& err) {
         if (!err.empty()) {
             std::fflush(stdout);
             std::fwrite(err.data(), 1, err.size(), stderr);
+            err.clear();
         }
-        std::fwrite(out.data(), 1, out.size(), stdout);
-        out.clear();
-        err.clear();
+        Write(out);
     }
 
     void TakeSpare(std::string& buffer) {
@@ -70,14 +98,16 @@ private:
     }
 
     std::mutex mutex_;
+    std::condition_variable turn_;
     std::vector<Slot> slots_;
     std::vector<bool> ready_;
     std::vector<std::string> spare_;
     size_t next_ = 0;
+    size_t held_ = 0;
+    const size_t heldLimit_;
 };
 
 struct Run {
-    const Module& module;
     const Options& options;
     const std::vector<Job>& jobs;
     OrderedOutput output;
@@ -85,36 +115,143 @@ struct Run {
     std::atomic<bool> someNotRead{false};
 };
 
+// One file being read: the visitor or the tracer renders into `out`, which
+// goes out in pieces when the file's output is large.
+class FileJob {
+public:
+    FileJob(Run& run, size_t index, std::string& out)
+        : run_(run), index_(index), path_(run.jobs[index].path), out_(out), sink_(out, &Drain, this) {}
+
+    // Reads the file; the kit's status.
+    int Read(kz_host_reader* reader) {
+        const Options& options = run_.options;
+        kz_host_read_options read;
+        kz_host_read_options_init(&read);
+        read.file_type = options.fileType;
+        read.stop_every = options.stopEvery;
+        if (options.codes) read.flags |= KZ_HOST_READ_CODES;
+        if (options.mode == OutputMode::Trace) {
+            return kz_host_trace_file(reader, path_.c_str(), &read, &OnCall, this, &info_);
+        }
+        const int status = kz_host_read_file(reader, path_.c_str(), &read, &OnField, this, &info_);
+        if (started_ || status == KZ_HOST_OK || status == KZ_HOST_NOTHING_TO_READ ||
+            status == KZ_HOST_ERROR_UNFINISHED) {
+            Start();
+            if (options.mode == OutputMode::Json) RenderJsonEnd(info_, sink_);
+        }
+        return status;
+    }
+
+    // Whether anything of the file was shown.
+    bool Started() const { return started_; }
+    const kz_host_file_info& Info() const { return info_; }
+
+private:
+    static int OnField(const kz_host_field* field, void* user) {
+        auto* self = static_cast<FileJob*>(user);
+        self->Start();
+        if (self->run_.options.mode == OutputMode::Json) {
+            RenderJsonField(*field, self->first_, self->run_.options.codes, self->sink_);
+        } else {
+            RenderTextField(*field, self->sink_);
+        }
+        self->first_ = false;
+        self->sink_.Pause();
+        return 0;
+    }
+
+    static void OnCall(const kz_host_call* call, void* user) {
+        auto* self = static_cast<FileJob*>(user);
+        self->started_ = true;
+        RenderTraceCall(self->path_, *call, self->sink_);
+    }
+
+    static void Drain(void* user) {
+        auto* self = static_cast<FileJob*>(user);
+        self->run_.output.Progress(self->index_, self->out_);
+    }
+
+    // The file's first line, or the start of its JSON line.
+    void Start() {
+        if (started_) return;
+        started_ = true;
+        if (run_.options.mode == OutputMode::Json) {
+            RenderJsonStart(path_, info_, sink_);
+        } else {
+            RenderTextHeader(path_, info_, sink_);
+        }
+    }
+
+    Run& run_;
+    size_t index_;
+    const std::string& path_;
+    std::string& out_;
+    Out sink_;
+    kz_host_file_info info_{};
+    bool started_ = false;
+    bool first_ = true;
+};
+
 void ReportError(std::string_view path, std::string_view reason, const Options& options,
-                 std::string& out, std::string& err) {
+                 bool jsonLine, std::string& out, std::string& err) {
     err += "kzdump: ";
     AppendPrintable(path, err);
     err += ": ";
     err += reason;
     err += "\n";
-    if (options.mode == OutputMode::Json) RenderJsonError(path, reason, out);
+    if (jsonLine && options.mode == OutputMode::Json) RenderJsonError(path, reason, out);
 }
 
-// One worker: its own module context, stream and buffers for all its files.
-void Work(Run& run) {
-    Session session(run.module, run.options);
-    std::string contextError;
-    const bool ready = session.Ready(contextError);
+std::string Reason(int status, const kz_host_file_info& info) {
+    if (status == KZ_HOST_ERROR_IO && info.errno_value != 0) return std::strerror(info.errno_value);
+    if (status == KZ_HOST_ERROR_NOT_REGULAR && info.errno_value == EISDIR) {
+        return "is a directory (use -r to read the files under it)";
+    }
+    return kz_host_strerror(status);
+}
+
+// One worker: its own reader (module context, stream, buffers) for all its
+// files; a worker without one reports `readerError` for each file.
+void Work(Run& run, kz_host_reader* reader, const std::string& readerError) {
     std::string out;
     std::string err;
     for (size_t index = run.nextJob++; index < run.jobs.size(); index = run.nextJob++) {
         const Job& job = run.jobs[index];
         bool read = false;
         if (!job.error.empty()) {
-            ReportError(job.path, job.error, run.options, out, err);
-        } else if (!ready) {
-            ReportError(job.path, contextError, run.options, out, err);
+            ReportError(job.path, job.error, run.options, true, out, err);
+        } else if (reader == nullptr) {
+            ReportError(job.path, readerError, run.options, true, out, err);
         } else {
-            read = session.Process(job.path, out, err) == FileOutcome::Read;
+            FileJob file(run, index, out);
+            const int status = file.Read(reader);
+            read = status == KZ_HOST_OK;
+            if (status != KZ_HOST_OK && status != KZ_HOST_NOTHING_TO_READ) {
+                ReportError(job.path, Reason(status, file.Info()), run.options, !file.Started(),
+                            out, err);
+            }
         }
         if (!read) run.someNotRead = true;
-        run.output.Submit(index, out, err);
+        run.output.Finish(index, out, err);
     }
+}
+
+int NewReader(const Options& options, kz_host_reader*& reader, std::string& message) {
+    kz_host_reader_options readerOptions;
+    kz_host_reader_options_init(&readerOptions);
+    if (!options.filterPath.empty()) readerOptions.module_path = options.filterPath.c_str();
+    char buffer[2048];
+    const int status = kz_host_reader_new(&readerOptions, &reader, buffer, sizeof buffer);
+    message = buffer;
+    return status;
+}
+
+void Worker(Run& run) {
+    kz_host_reader* reader = nullptr;
+    std::string message;
+    NewReader(run.options, reader, message);
+    Work(run, reader, message);
+    kz_host_reader_free(reader);
 }
 
 int Main(int argc, char** argv) {
@@ -128,12 +265,13 @@ int Main(int argc, char** argv) {
         std::fputs(HelpText(), stdout);
         return 0;
     }
-    const std::string modulePath =
-        options.filterPath.empty() ? DefaultModulePath() : options.filterPath;
-    Module module;
-    if (!LoadModule(modulePath, module, error)) {
+    // The first worker's reader shows whether the module can be used at all.
+    kz_host_reader* reader = nullptr;
+    std::string readerError;
+    const int status = NewReader(options, reader, readerError);
+    if (status != KZ_HOST_OK && status != KZ_HOST_ERROR_NO_CONTEXT) {
         std::string line = "kzdump: ";
-        AppendPrintable(error, line);
+        AppendPrintable(readerError, line);
         std::fprintf(stderr, "%s\n", line.c_str());
         return 2;
     }
@@ -141,18 +279,15 @@ int Main(int argc, char** argv) {
     std::setvbuf(stdout, outputBuffer, _IOFBF, sizeof outputBuffer);
 
     const std::vector<Job> jobs = ListJobs(options.paths, options.recursive);
-    Run run{module, options, jobs, OrderedOutput(jobs.size())};
-    const size_t workers = std::min<size_t>(options.jobs, jobs.size());
-    if (workers <= 1) {
-        Work(run);
-    } else {
-        std::vector<std::thread> threads;
-        threads.reserve(workers);
-        for (size_t i = 0; i < workers; ++i) threads.emplace_back(Work, std::ref(run));
-        for (std::thread& thread : threads) thread.join();
-    }
+    const size_t workers = std::max<size_t>(1, std::min<size_t>(options.jobs, jobs.size()));
+    Run run{options, jobs, OrderedOutput(jobs.size(), workers)};
+    std::vector<std::thread> threads;
+    threads.reserve(workers - 1);
+    for (size_t i = 1; i < workers; ++i) threads.emplace_back(Worker, std::ref(run));
+    Work(run, reader, readerError);
+    for (std::thread& thread : threads) thread.join();
+    kz_host_reader_free(reader);
     std::fflush(stdout);
-    UnloadModule(module);
     return run.someNotRead ? 1 : 0;
 }
 

@@ -124,6 +124,10 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
             options.mode = OutputMode::Trace;
             continue;
         }
+        if (arg == "--codes") {
+            options.codes = true;
+            continue;
+        }
         if (arg == "-r" || arg == "--recursive") {
             options.recursive = true;
             continue;
@@ -145,6 +149,10 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         error = "--json and --trace cannot be combined";
         return false;
     }
+    if (options.codes && !jsonSeen) {
+        error = "--codes goes with --json";
+        return false;
+    }
     if (!options.help && options.paths.empty()) {
         error = "no file given";
         return false;
@@ -155,11 +163,13 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
 const char* HelpText() {
     return R"HELP(Usage: kzdump [OPTIONS] PATH...
 
-Loads the ID3 filter module libkz_id3.so the way a host engine does and shows,
-for each file, every field the module delivers.
+Reads each file through the host kit libkz_host.so, which loads the ID3
+filter module libkz_id3.so the way a host engine does, and shows every field
+the module delivers.
 
 Options:
   --json            JSON Lines: one object per file (see below)
+  --codes           with --json: also the raw character codes of each text
   --trace           every call the module makes into the host, one per line,
                     with its arguments as received
   -r, --recursive   read the files under each directory PATH (sorted by name,
@@ -172,11 +182,12 @@ Options:
                     calls save the module's state (VwStreamTell, VwGetData)
                     and restore it (VwSetData, VwStreamSeek); the output is
                     the same as without this option
-  --type N          file type identifier passed when opening (default 1707,
-                    "MPEG-1 audio - Layer 3, ID3v2.x"; the module knows 1706
-                    to 1715 and names no other)
-  --filter PATH     load this module instead of the libkz_id3.so found next
-                    to kzdump or in ../lib relative to it
+  --type N          file type identifier passed when opening (0 to 65535; the
+                    module knows 1706 to 1715 and names no other); without it,
+                    or with 0, the type is detected from each file (below)
+  --filter PATH     load this module instead of the one the kit finds: the
+                    file named by the environment variable KZ_ID3_MODULE,
+                    else kz_id3/libkz_id3.so beside libkz_host.so
   -h, --help        this text
   --                end of options: every later argument is a path
 
@@ -208,25 +219,40 @@ Text output (default):
   U+FFFD), and written as UTF-8.  Control characters are escaped as \xNN,
   U+FEFF, U+2028, U+2029, U+FFFE and U+FFFF as \uNNNN, a backslash as \\ (and
   a quote in a description as \"), so the output is always printable.  A line
-  break delivered by the module continues the value on the next line,
-  indented by four spaces.  A failure the module reports shows as a line
-  "(failure N reported by the module)"; 9 means the ID3v1 trailer could not be
-  read whole.  Field numbers without an identifier show as "field N".
+  feed in a value (a line break the module delivers, or a line-feed
+  character) continues the value on the next line, indented by four spaces;
+  in a description it shows as \n.  A failure the module reports shows as a
+  line "(failure N reported by the module)"; 9 means the ID3v1 trailer could
+  not be read whole.  Field numbers without an identifier show as "field N".
+
+Type detection (without --type):
+  From the ID3v2 tags at the start of the file, the first MPEG audio frame
+  after them (within 64 KiB, confirmed by a second frame header where the
+  first one's length says it should be) and the ID3v1 trailer:
+    MPEG-1 Layer III     1707 with an ID3v2 tag, else 1706 with an ID3v1
+                         trailer, else 1710
+    MPEG-1 Layer I, II   1711, 1712
+    MPEG-2 and 2.5       Layer I, II, III: 1713, 1714, 1715
+    no audio frame       1709 with an ID3v2 tag, else 1708 with an ID3v1
+                         trailer, else 1710
 
 JSON output (--json), one object per file:
   {"path":..., "status": open status (0, or 51 for nothing to read),
    "type": type name, "fields": [...], "end": true when the end break came}
   Each entry of "fields" is one of
     {"tag": tag number, "field": field number, "id": identifier as in the
-     text output, "text": decoded value, "codes": [character codes],
-     "strings": [{"tag":..., "text":..., "codes": [...]}] (string tags inside
-     the field, not part of "text"), "description": text of the first string
-     (user-defined fields only)}
-    {"outside": true, "text": ..., "codes": [...]}
+     text output, "text": decoded value, "strings": [{"tag":..., "text":...}]
+     (string tags inside the field, not part of "text"), "description": text
+     of the first string (user-defined fields only)}
+    {"outside": true, "text": ...}
     {"failure": N}
-  "codes" are the exact codes the module passed to SOOutChar; a line break
-  (SOOutSpecial 5) appears as -5.  A file that could not be opened gives
-  {"path":..., "error": reason}.
+  With --codes, every "text" has a "codes" array beside it: the exact codes
+  the module passed to SOOutChar, a line break (SOOutSpecial 5) as -5.  A
+  file that could not be opened gives {"path":..., "error": reason}.
+
+Output is written as it is made: with -j 1 a file's fields appear as they
+arrive; with -j N a worker holds at most 4 MiB of output that is not yet its
+turn, then waits for it.
 
 Exit status:
   0  every file was read

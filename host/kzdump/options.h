@@ -14,10 +14,11 @@ struct Options {
     OutputMode mode = OutputMode::Text;
     bool recursive = false;
     bool help = false;
+    bool codes = false;      // JSON: the raw character codes too
     unsigned jobs = 1;
     uint32_t stopEvery = 0;  // 0: never answer a frame break with "stop"
-    uint16_t fileType = 1707;
-    std::string filterPath;  // empty: the module installed next to kzdump
+    uint16_t fileType = 0;   // 0: detected from each file
+    std::string filterPath;  // empty: the module the kit finds
     std::vector<std::string> paths;
 };
 

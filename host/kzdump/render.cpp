@@ -1,6 +1,5 @@
 #include "render.h"
 
-#include "field_names.h"
 #include "kz_id3.h"
 
 #include <charconv>
@@ -11,23 +10,19 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 constexpr char kHexDigits[] = "0123456789ABCDEF";
+// Input bytes rendered between two chances for the owner to drain.
+constexpr size_t kPiece = 64 * 1024;
 
+void AppendNumber(int64_t value, std::string& out) {
+    char buffer[24];
+    auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
+    out.append(buffer, end);
+}
 
-void AppendUtf8(char32_t cp, std::string& out) {
-    if (cp < 0x80) {
-        out.push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+// `digits` upper-case hexadecimal digits of `value`.
+void AppendHex(uint32_t value, int digits, std::string& out) {
+    for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4) {
+        out.push_back(kHexDigits[(value >> shift) & 0xF]);
     }
 }
 
@@ -36,257 +31,6 @@ bool IsControl(char32_t cp) { return cp < 0x20 || (cp >= 0x7F && cp <= 0x9F); }
 // Characters that print as nothing or break lines in some terminals.
 bool IsInvisible(char32_t cp) {
     return cp == 0xFEFF || cp == 0x2028 || cp == 0x2029 || cp == 0xFFFE || cp == 0xFFFF;
-}
-
-bool IsSurrogate(uint32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
-
-// One decoded step of a code range.
-struct Token {
-    enum class Kind : uint8_t { Char, Special, StringBegin, StringEnd };
-    Kind kind;
-    char32_t value;
-};
-
-// Walks entries [begin, end) of the codes, joining UTF-16 surrogate pairs;
-// a lone half becomes U+FFFD.  Calls visit(Token) for each step.
-template <typename Visit>
-void Decode(const std::vector<uint32_t>& codes, size_t begin, size_t end, Visit&& visit) {
-    uint32_t pendingHigh = 0;
-    for (size_t i = begin; i < end; ++i) {
-        const uint32_t entry = codes[i];
-        const uint32_t code = entry & kCodeMask;
-        const bool isUnit = (entry & ~(kCodeMask | kUtf16Flag)) == 0;
-        const bool utf16 = isUnit && (entry & kUtf16Flag) != 0;
-        if (pendingHigh != 0) {
-            if (utf16 && code >= 0xDC00 && code <= 0xDFFF) {
-                visit(Token{Token::Kind::Char,
-                            static_cast<char32_t>(0x10000 + ((pendingHigh - 0xD800) << 10) +
-                                                  (code - 0xDC00))});
-                pendingHigh = 0;
-                continue;
-            }
-            visit(Token{Token::Kind::Char, kReplacement});
-            pendingHigh = 0;
-        }
-        if (isUnit) {
-            if (utf16 && code >= 0xD800 && code <= 0xDBFF) {
-                pendingHigh = code;
-            } else {
-                visit(Token{Token::Kind::Char, IsSurrogate(code) ? kReplacement : code});
-            }
-        } else if ((entry & kSpecialFlag) != 0) {
-            visit(Token{Token::Kind::Special, code});
-        } else if (entry == kStringBegin) {
-            visit(Token{Token::Kind::StringBegin, 0});
-        } else {
-            visit(Token{Token::Kind::StringEnd, 0});
-        }
-    }
-    if (pendingHigh != 0) visit(Token{Token::Kind::Char, kReplacement});
-}
-
-// Text form of a value: a space before the first character, escapes, and
-// line breaks continued on an indented line.
-class TextValue {
-public:
-    TextValue(std::string& out, bool leadingSpace) : out_(out), leadPending_(leadingSpace) {}
-
-    void Char(char32_t cp, bool quoted) {
-        Lead();
-        if (cp > U' ' && cp < 0x7F && cp != U'\\' && cp != U'"') {
-            out_.push_back(static_cast<char>(cp));
-        } else if (cp == U'\\') {
-            out_ += "\\\\";
-        } else if (quoted && cp == U'"') {
-            out_ += "\\\"";
-        } else if (IsControl(cp)) {
-            out_ += "\\x";
-            AppendHex(cp, 2, out_);
-        } else if (IsInvisible(cp)) {
-            out_ += "\\u";
-            AppendHex(cp, 4, out_);
-        } else {
-            AppendUtf8(cp, out_);
-        }
-    }
-    void Special(uint32_t code) {
-        if (code == kLineBreakSpecial) {
-            out_ += "\n    ";
-            leadPending_ = false;
-            return;
-        }
-        Lead();
-        out_ += "\\special(";
-        AppendNumber(code, out_);
-        out_ += ")";
-    }
-    void Raw(std::string_view text) {
-        Lead();
-        out_ += text;
-    }
-
-private:
-    void Lead() {
-        if (leadPending_) out_.push_back(' ');
-        leadPending_ = false;
-    }
-    std::string& out_;
-    bool leadPending_;
-};
-
-// The first string tag inside an item: [begin, end) with its markers,
-// [contentBegin, contentEnd) without; all at the item's end when there is
-// none.
-struct Span {
-    size_t begin;
-    size_t end;
-    size_t contentBegin;
-    size_t contentEnd;
-    bool Empty() const { return begin == end; }
-};
-
-Span NoString(const Item& item) { return Span{item.end, item.end, item.end, item.end}; }
-
-Span FirstString(const std::vector<uint32_t>& codes, const Item& item) {
-    for (size_t i = item.begin; i < item.end; ++i) {
-        if (codes[i] != kStringBegin) continue;
-        size_t j = i + 1;
-        while (j < item.end && codes[j] != kStringEnd) ++j;
-        return Span{i, j < item.end ? j + 1 : j, i + 1, j};
-    }
-    return NoString(item);
-}
-
-std::string_view UserDefinedId(const Item& item) {
-    if (item.valueUtf16) return "TXXX";
-    if (item.descriptionUtf16) return "WXXX";
-    return "TXXX/WXXX";
-}
-
-bool IsUserDefined(const Item& item) {
-    return item.kind == Item::Kind::Field && !item.trailer &&
-           item.fieldNumber >= kUserDefinedFieldBase;
-}
-
-// The identifier shown for a field (without a user-defined description).
-void AppendFieldId(const Item& item, std::string& out) {
-    if (item.trailer) {
-        const std::string_view name = Id3v1NameOfField(item.fieldNumber);
-        if (!name.empty()) {
-            out += "ID3v1 ";
-            out += name;
-            return;
-        }
-    }
-    if (IsUserDefined(item)) {
-        out += UserDefinedId(item);
-        return;
-    }
-    const std::string_view id = FrameIdOfField(item.fieldNumber);
-    if (!id.empty()) {
-        out += id;
-        return;
-    }
-    out += "field ";
-    AppendNumber(item.fieldNumber, out);
-}
-
-// Renders codes [begin, end) as a text value, skipping `skip`, strings shown
-// in place as [text].
-void RenderTextRange(const std::vector<uint32_t>& codes, size_t begin, size_t end, Span skip,
-                     TextValue& value) {
-    auto visit = [&](const Token& token) {
-        switch (token.kind) {
-            case Token::Kind::Char: value.Char(token.value, false); break;
-            case Token::Kind::Special: value.Special(token.value); break;
-            case Token::Kind::StringBegin: value.Raw("["); break;
-            case Token::Kind::StringEnd: value.Raw("]"); break;
-        }
-    };
-    Decode(codes, begin, skip.begin, visit);
-    Decode(codes, skip.end, end, visit);
-}
-
-void AppendJsonChar(char32_t cp, std::string& out) {
-    switch (cp) {
-        case U'"': out += "\\\""; return;
-        case U'\\': out += "\\\\"; return;
-        case U'\n': out += "\\n"; return;
-        case U'\t': out += "\\t"; return;
-        case U'\r': out += "\\r"; return;
-        default: break;
-    }
-    // Control and invisible characters escaped: a line stays printable.
-    if (IsControl(cp) || IsInvisible(cp)) {
-        out += "\\u";
-        AppendHex(cp, 4, out);
-        return;
-    }
-    AppendUtf8(cp, out);
-}
-
-// "text" and "codes" members of codes [begin, end), strings excluded.
-void RenderJsonValue(const std::vector<uint32_t>& codes, size_t begin, size_t end,
-                     std::string& out) {
-    out += "\"text\":\"";
-    int depth = 0;
-    Decode(codes, begin, end, [&](const Token& token) {
-        switch (token.kind) {
-            case Token::Kind::Char:
-                if (depth == 0) AppendJsonChar(token.value, out);
-                break;
-            case Token::Kind::Special:
-                if (depth == 0 && token.value == kLineBreakSpecial) out += "\\n";
-                break;
-            case Token::Kind::StringBegin: ++depth; break;
-            case Token::Kind::StringEnd: depth = depth > 0 ? depth - 1 : 0; break;
-        }
-    });
-    out += "\",\"codes\":[";
-    bool first = true;
-    depth = 0;
-    for (size_t i = begin; i < end; ++i) {
-        const uint32_t entry = codes[i];
-        if (entry == kStringBegin) {
-            ++depth;
-            continue;
-        }
-        if (entry == kStringEnd) {
-            depth = depth > 0 ? depth - 1 : 0;
-            continue;
-        }
-        if (depth != 0) continue;
-        if (!first) out.push_back(',');
-        first = false;
-        const int64_t code = entry & kCodeMask;
-        AppendNumber((entry & kSpecialFlag) != 0 ? -code : code, out);
-    }
-    out += "]";
-}
-
-// The "strings" member: every string tag in the item, in order.
-void RenderJsonStrings(const FileRecord& record, const Item& item, std::string& out) {
-    const std::vector<uint32_t>& codes = record.Codes();
-    size_t stringIndex = item.firstString;
-    out += "\"strings\":[";
-    bool first = true;
-    for (size_t i = item.begin; i < item.end; ++i) {
-        if (codes[i] != kStringBegin) continue;
-        size_t j = i + 1;
-        while (j < item.end && codes[j] != kStringEnd) ++j;
-        if (!first) out.push_back(',');
-        first = false;
-        out += "{\"tag\":";
-        const uint32_t tag =
-            stringIndex < record.StringTags().size() ? record.StringTags()[stringIndex] : 0;
-        ++stringIndex;
-        AppendNumber(tag, out);
-        out.push_back(',');
-        RenderJsonValue(codes, i + 1, j, out);
-        out.push_back('}');
-        i = j;
-    }
-    out += "]";
 }
 
 // Length of the UTF-8 sequence at text[i], or 0 when it is not valid UTF-8.
@@ -316,23 +60,179 @@ size_t Utf8Length(std::string_view text, size_t i, char32_t& cp) {
         cp = (cp << 6) | (byte(i + k) & 0x3F);
     }
     const bool overlong = (length == 3 && cp < 0x800) || (length == 4 && cp < 0x10000);
-    if (overlong || cp > 0x10FFFF || IsSurrogate(cp)) return 0;
+    if (overlong || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
     return length;
 }
 
-}  // namespace
-
-void AppendNumber(int64_t value, std::string& out) {
-    char buffer[24];
-    auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
-    out.append(buffer, end);
-}
-
-void AppendHex(uint32_t value, int digits, std::string& out) {
-    for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4) {
-        out.push_back(kHexDigits[(value >> shift) & 0xF]);
+void AppendUtf8(char32_t cp, std::string& out) {
+    if (cp < 0x80) {
+        out.push_back(static_cast<char>(cp));
+    } else if (cp < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else if (cp < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
     }
 }
+
+// Walks UTF-8 text: runs of bytes that `plain` accepts go to plainRun(begin,
+// length), every other character to other(cp); a byte that is not UTF-8 is
+// U+FFFD.  Between pieces of the text the output may be drained.
+template <typename Plain, typename PlainRun, typename Other>
+void Walk(std::string_view text, Out& out, Plain plain, PlainRun plainRun, Other other) {
+    size_t paused = 0;
+    for (size_t i = 0; i < text.size();) {
+        size_t j = i;
+        while (j < text.size() && plain(static_cast<unsigned char>(text[j]))) ++j;
+        if (j > i) {
+            plainRun(text.data() + i, j - i);
+            i = j;
+        } else {
+            char32_t cp = 0;
+            const size_t length = Utf8Length(text, i, cp);
+            other(length == 0 ? kReplacement : cp);
+            i += length == 0 ? 1 : length;
+        }
+        if (i - paused >= kPiece) {
+            paused = i;
+            out.Pause();
+        }
+    }
+}
+
+// Text form of a value: a space before the first character, escapes, and
+// line feeds continued on an indented line, or shown as \n where a label
+// must stay on its line.
+class TextValue {
+public:
+    TextValue(Out& out, bool leadingSpace, bool label)
+        : out_(out), leadPending_(leadingSpace), label_(label) {}
+
+    void Append(std::string_view text) {
+        const bool label = label_;
+        Walk(
+            text, out_,
+            [label](unsigned char b) { return b >= 0x20 && b < 0x7F && b != '\\' && !(label && b == '"'); },
+            [this](const char* begin, size_t length) {
+                Lead();
+                out_.text.append(begin, length);
+            },
+            [this](char32_t cp) { Char(cp); });
+    }
+    void Raw(std::string_view text) {
+        Lead();
+        out_.text += text;
+    }
+
+private:
+    void Char(char32_t cp) {
+        std::string& out = out_.text;
+        if (cp == U'\n' && !label_) {
+            out += "\n    ";
+            leadPending_ = false;
+            return;
+        }
+        Lead();
+        if (cp == U'\n') {
+            out += "\\n";
+        } else if (cp == U'\\') {
+            out += "\\\\";
+        } else if (cp == U'"') {
+            out += "\\\"";
+        } else if (IsControl(cp)) {
+            out += "\\x";
+            AppendHex(cp, 2, out);
+        } else if (IsInvisible(cp)) {
+            out += "\\u";
+            AppendHex(cp, 4, out);
+        } else {
+            AppendUtf8(cp, out);
+        }
+    }
+    void Lead() {
+        if (leadPending_) out_.text.push_back(' ');
+        leadPending_ = false;
+    }
+
+    Out& out_;
+    bool leadPending_;
+    bool label_;
+};
+
+void AppendJsonChar(char32_t cp, std::string& out) {
+    switch (cp) {
+        case U'"': out += "\\\""; return;
+        case U'\\': out += "\\\\"; return;
+        case U'\n': out += "\\n"; return;
+        case U'\t': out += "\\t"; return;
+        case U'\r': out += "\\r"; return;
+        default: break;
+    }
+    // Control and invisible characters escaped: a line stays printable.
+    if (IsControl(cp) || IsInvisible(cp)) {
+        out += "\\u";
+        AppendHex(cp, 4, out);
+        return;
+    }
+    AppendUtf8(cp, out);
+}
+
+// A JSON string with its quotes; bytes that are not UTF-8 become U+FFFD.
+void AppendJsonText(std::string_view text, Out& out) {
+    out.text.push_back('"');
+    Walk(
+        text, out, [](unsigned char b) { return b >= 0x20 && b < 0x7F && b != '\\' && b != '"'; },
+        [&out](const char* begin, size_t length) { out.text.append(begin, length); },
+        [&out](char32_t cp) { AppendJsonChar(cp, out.text); });
+    out.text.push_back('"');
+}
+
+void AppendJsonString(std::string_view text, std::string& out) {
+    Out plain(out, nullptr, nullptr);
+    AppendJsonText(text, plain);
+}
+
+// The "codes" member: the codes passed to SOOutChar, a line break as -5.
+void AppendJsonCodes(const uint32_t* codes, size_t count, Out& out) {
+    out.text += ",\"codes\":[";
+    for (size_t i = 0; i < count; ++i) {
+        if (i != 0) out.text.push_back(',');
+        const int64_t code = codes[i] & KZ_HOST_CODE_VALUE;
+        AppendNumber((codes[i] & KZ_HOST_CODE_SPECIAL) != 0 ? -code : code, out.text);
+        if (i % 4096 == 4095) out.Pause();
+    }
+    out.text += "]";
+}
+
+std::string_view Text(const char* text, size_t length) {
+    return std::string_view(text != nullptr ? text : "", text != nullptr ? length : 0);
+}
+
+// The name of a routine call, its arguments in decimal or hexadecimal.
+struct Hex {
+    uint32_t value;
+    int digits;
+};
+void Append(std::string& out, const char* text) { out += text; }
+void Append(std::string& out, uint32_t number) { AppendNumber(number, out); }
+void Append(std::string& out, Hex hex) {
+    out += "0x";
+    AppendHex(hex.value, hex.digits, out);
+}
+template <typename... Parts>
+void Line(std::string& out, const Parts&... parts) {
+    (Append(out, parts), ...);
+    out.push_back('\n');
+}
+
+}  // namespace
 
 void AppendPrintable(std::string_view text, std::string& out) {
     for (size_t i = 0; i < text.size();) {
@@ -349,122 +249,120 @@ void AppendPrintable(std::string_view text, std::string& out) {
     }
 }
 
-void AppendJsonString(std::string_view text, std::string& out) {
-    out.push_back('"');
-    for (size_t i = 0; i < text.size();) {
-        char32_t cp = 0;
-        const size_t length = Utf8Length(text, i, cp);
-        AppendJsonChar(length == 0 ? kReplacement : cp, out);
-        i += length == 0 ? 1 : length;
-    }
-    out.push_back('"');
-}
-
-void RenderText(const FileHeader& header, const FileRecord& record, std::string& out) {
-    AppendPrintable(header.path, out);
-    out += ": ";
-    if (header.typeName.empty()) {
-        out += "type ";
-        AppendNumber(header.fileType, out);
+void RenderTextHeader(std::string_view path, const kz_host_file_info& info, Out& out) {
+    AppendPrintable(path, out.text);
+    out.text += ": ";
+    if (info.type_name[0] == '\0') {
+        out.text += "type ";
+        AppendNumber(info.file_type, out.text);
     } else {
-        AppendPrintable(header.typeName, out);
+        AppendPrintable(info.type_name, out.text);
     }
-    if (header.openStatus == VW_OPEN_NOTHING_TO_READ) {
-        out += ": no tags";
-    } else if (header.openStatus != VW_OPEN_OK) {
-        out += ": no tags (open status ";
-        AppendNumber(header.openStatus, out);
-        out += ")";
+    if (info.open_status == VW_OPEN_NOTHING_TO_READ) {
+        out.text += ": no tags";
+    } else if (info.open_status != VW_OPEN_OK) {
+        out.text += ": no tags (open status ";
+        AppendNumber(info.open_status, out.text);
+        out.text += ")";
     }
-    out.push_back('\n');
-
-    const std::vector<uint32_t>& codes = record.Codes();
-    for (const Item& item : record.Items()) {
-        out += "  ";
-        if (item.kind == Item::Kind::Failure) {
-            out += "(failure ";
-            AppendNumber(item.tag, out);
-            out += " reported by the module)\n";
-            continue;
-        }
-        Span skip = NoString(item);
-        if (item.kind == Item::Kind::Outside) {
-            out += "(outside any field)";
-        } else {
-            AppendFieldId(item, out);
-            if (IsUserDefined(item)) skip = FirstString(codes, item);
-            if (!skip.Empty()) {
-                out += " \"";
-                // A label stays on its line: a line break shows as \n.
-                TextValue description(out, false);
-                Decode(codes, skip.contentBegin, skip.contentEnd, [&](const Token& token) {
-                    if (token.kind == Token::Kind::Char) description.Char(token.value, true);
-                    if (token.kind == Token::Kind::Special) description.Raw("\\n");
-                });
-                out += "\"";
-            }
-        }
-        out += ":";
-        TextValue value(out, true);
-        RenderTextRange(codes, item.begin, item.end, skip, value);
-        out.push_back('\n');
-    }
+    out.text.push_back('\n');
 }
 
-void RenderJson(const FileHeader& header, const FileRecord& record, std::string& out) {
-    out += "{\"path\":";
-    AppendJsonString(header.path, out);
-    out += ",\"status\":";
-    AppendNumber(header.openStatus, out);
-    out += ",\"type\":";
-    AppendJsonString(header.typeName, out);
-    out += ",\"fields\":[";
-    const std::vector<uint32_t>& codes = record.Codes();
-    bool first = true;
-    for (const Item& item : record.Items()) {
-        if (!first) out.push_back(',');
-        first = false;
-        switch (item.kind) {
-            case Item::Kind::Failure:
-                out += "{\"failure\":";
-                AppendNumber(item.tag, out);
-                out += "}";
-                continue;
-            case Item::Kind::Outside:
-                out += "{\"outside\":true,";
-                RenderJsonValue(codes, item.begin, item.end, out);
-                out += "}";
-                continue;
-            case Item::Kind::Field: break;
-        }
-        out += "{\"tag\":";
-        AppendNumber(item.tag, out);
-        out += ",\"field\":";
-        AppendNumber(item.fieldNumber, out);
-        out += ",\"id\":\"";
-        AppendFieldId(item, out);
-        out += "\",";
-        const Span description =
-            IsUserDefined(item) ? FirstString(codes, item) : NoString(item);
-        if (!description.Empty()) {
-            out += "\"description\":\"";
-            Decode(codes, description.contentBegin, description.contentEnd,
-                   [&](const Token& token) {
-                if (token.kind == Token::Kind::Char) AppendJsonChar(token.value, out);
-                if (token.kind == Token::Kind::Special && token.value == kLineBreakSpecial) {
-                    out += "\\n";
-                }
-            });
-            out += "\",";
-        }
-        RenderJsonValue(codes, item.begin, item.end, out);
-        out.push_back(',');
-        RenderJsonStrings(record, item, out);
-        out += "}";
+void RenderTextField(const kz_host_field& field, Out& out) {
+    out.text += "  ";
+    if (field.kind == KZ_HOST_ITEM_FAILURE) {
+        out.text += "(failure ";
+        AppendNumber(field.tag, out.text);
+        out.text += " reported by the module)\n";
+        return;
     }
-    out += "],\"end\":";
-    out += header.endSeen ? "true" : "false";
-    out += "}\n";
+    if (field.kind == KZ_HOST_ITEM_OUTSIDE) {
+        out.text += "(outside any field)";
+    } else {
+        out.text += field.ident;
+    }
+    // A user-defined field's first string is its description, shown as a
+    // label; other strings are shown in place as [text].
+    const bool described = field.description != nullptr;
+    if (described) {
+        out.text += " \"";
+        TextValue(out, false, true).Append(Text(field.description, field.description_len));
+        out.text += "\"";
+    }
+    out.text += ":";
+    TextValue value(out, true, false);
+    const std::string_view text = Text(field.text, field.text_len);
+    size_t at = 0;
+    for (size_t i = described ? 1 : 0; i < field.string_count; ++i) {
+        const kz_host_string& string = field.strings[i];
+        const size_t offset = string.offset < text.size() ? string.offset : text.size();
+        value.Append(text.substr(at, offset - at));
+        at = offset;
+        value.Raw("[");
+        value.Append(Text(string.text, string.text_len));
+        value.Raw("]");
+    }
+    value.Append(text.substr(at));
+    out.text.push_back('\n');
+}
+
+void RenderJsonStart(std::string_view path, const kz_host_file_info& info, Out& out) {
+    out.text += "{\"path\":";
+    AppendJsonText(path, out);
+    out.text += ",\"status\":";
+    AppendNumber(info.open_status, out.text);
+    out.text += ",\"type\":";
+    AppendJsonText(info.type_name, out);
+    out.text += ",\"fields\":[";
+}
+
+void RenderJsonField(const kz_host_field& field, bool first, bool codes, Out& out) {
+    if (!first) out.text.push_back(',');
+    switch (field.kind) {
+        case KZ_HOST_ITEM_FAILURE:
+            out.text += "{\"failure\":";
+            AppendNumber(field.tag, out.text);
+            out.text += "}";
+            return;
+        case KZ_HOST_ITEM_OUTSIDE:
+            out.text += "{\"outside\":true,\"text\":";
+            AppendJsonText(Text(field.text, field.text_len), out);
+            if (codes) AppendJsonCodes(field.codes, field.code_count, out);
+            out.text += "}";
+            return;
+        default: break;
+    }
+    out.text += "{\"tag\":";
+    AppendNumber(field.tag, out.text);
+    out.text += ",\"field\":";
+    AppendNumber(field.number, out.text);
+    out.text += ",\"id\":";
+    AppendJsonText(field.ident, out);
+    if (field.description != nullptr) {
+        out.text += ",\"description\":";
+        AppendJsonText(Text(field.description, field.description_len), out);
+    }
+    out.text += ",\"text\":";
+    AppendJsonText(Text(field.text, field.text_len), out);
+    if (codes) AppendJsonCodes(field.codes, field.code_count, out);
+    out.text += ",\"strings\":[";
+    for (size_t i = 0; i < field.string_count; ++i) {
+        const kz_host_string& string = field.strings[i];
+        if (i != 0) out.text.push_back(',');
+        out.text += "{\"tag\":";
+        AppendNumber(string.tag, out.text);
+        out.text += ",\"text\":";
+        AppendJsonText(Text(string.text, string.text_len), out);
+        if (codes) AppendJsonCodes(string.codes, string.code_count, out);
+        out.text += "}";
+    }
+    out.text += "]}";
+}
+
+void RenderJsonEnd(const kz_host_file_info& info, Out& out) {
+    out.text += "],\"end\":";
+    out.text += info.end_seen ? "true" : "false";
+    out.text += "}\n";
 }
 
 void RenderJsonError(std::string_view path, std::string_view reason, std::string& out) {
@@ -473,6 +371,41 @@ void RenderJsonError(std::string_view path, std::string_view reason, std::string
     out += ",\"error\":";
     AppendJsonString(reason, out);
     out += "}\n";
+}
+
+void RenderTraceCall(std::string_view path, const kz_host_call& call, Out& out) {
+    std::string& text = out.text;
+    const uint32_t a = call.args[0];
+    const uint32_t b = call.args[1];
+    const uint32_t c = call.args[2];
+    switch (call.routine) {
+        case 0:
+            text += "# ";
+            AppendPrintable(path, text);
+            text += "\n# VwStreamOpen = ";
+            AppendNumber(static_cast<int32_t>(a), text);
+            text += ", type \"";
+            AppendPrintable(call.type_name, text);
+            text += "\"\n";
+            break;
+        case SO_ROUTINE_OUTCHAR: Line(text, "SOOutChar(", Hex{a, 4}, ")"); break;
+        case SO_ROUTINE_OUTSPECIAL: Line(text, "SOOutSpecial(", a, ")"); break;
+        case SO_ROUTINE_OUTBREAK: Line(text, "SOOutBreak(", a, ", ", b, ") = ", call.result); break;
+        case SO_ROUTINE_STARTSECTION: Line(text, "SOStartSection(", a, ", ", b, ", ", c, ")"); break;
+        case SO_ROUTINE_REPORTFAILURE: Line(text, "SOReportFailure(", a, ")"); break;
+        case SO_ROUTINE_BEGINTAG:
+            if (call.has_descriptor) {
+                Line(text, "SOBeginTag(", Hex{a, 8}, ", ", b, ", {", c, "})");
+            } else {
+                Line(text, "SOBeginTag(", Hex{a, 8}, ", ", b, ", null)");
+            }
+            break;
+        case SO_ROUTINE_ENDTAG: Line(text, "SOEndTag(", Hex{a, 8}, ", ", b, ")"); break;
+        case SO_ROUTINE_SETCHARSET: Line(text, "SOSetCharSet(", Hex{a, 8}, ")"); break;
+        case SO_ROUTINE_SETSECTIONFLAGS: Line(text, "SOSetSectionFlags(", Hex{a, 4}, ")"); break;
+        default: break;
+    }
+    out.Pause();
 }
 
 }  // namespace kzdump

@@ -1,8 +1,9 @@
-// Text and JSON forms of a file's record.
+// Text, JSON Lines and trace forms of what the kit delivers, written piece by
+// piece as a file's fields arrive.
 #ifndef KZDUMP_RENDER_H
 #define KZDUMP_RENDER_H
 
-#include "file_record.h"
+#include "kz_host.h"
 
 #include <cstdint>
 #include <string>
@@ -10,29 +11,43 @@
 
 namespace kzdump {
 
-struct FileHeader {
-    std::string_view path;
-    int32_t openStatus = 0;
-    uint16_t fileType = 0;
-    std::string_view typeName;
-    bool endSeen = false;
+// Where rendered text goes: a buffer that its owner may take away whenever
+// Pause() is called between pieces, so a large field is written as it is
+// rendered.
+class Out {
+public:
+    using Drain = void (*)(void* owner);
+    Out(std::string& text, Drain drain, void* owner) : text(text), drain_(drain), owner_(owner) {}
+    void Pause() {
+        if (drain_ != nullptr && text.size() >= kDrainSize) drain_(owner_);
+    }
+    std::string& text;
+
+private:
+    static constexpr size_t kDrainSize = 64 * 1024;
+    Drain drain_;
+    void* owner_;
 };
 
-void RenderText(const FileHeader& header, const FileRecord& record, std::string& out);
-void RenderJson(const FileHeader& header, const FileRecord& record, std::string& out);
-// The JSON line of a file that could not be opened.
+// The first line of a file in the text output: its path and type.
+void RenderTextHeader(std::string_view path, const kz_host_file_info& info, Out& out);
+void RenderTextField(const kz_host_field& field, Out& out);
+
+// One JSON line per file: the start up to the fields, each field (`first`
+// for the first), the end.
+void RenderJsonStart(std::string_view path, const kz_host_file_info& info, Out& out);
+void RenderJsonField(const kz_host_field& field, bool first, bool codes, Out& out);
+void RenderJsonEnd(const kz_host_file_info& info, Out& out);
+// The JSON line of a file that could not be read.
 void RenderJsonError(std::string_view path, std::string_view reason, std::string& out);
 
-void AppendNumber(int64_t value, std::string& out);
-// `digits` upper-case hexadecimal digits of `value`.
-void AppendHex(uint32_t value, int digits, std::string& out);
+// One trace line per host call; the call that reports VwStreamOpen starts
+// the file with its path.
+void RenderTraceCall(std::string_view path, const kz_host_call& call, Out& out);
 
 // A path or other host text for a text line: valid UTF-8 as it is, control
 // characters and bytes that are not UTF-8 as \xNN.
 void AppendPrintable(std::string_view text, std::string& out);
-// The same as a JSON string with its quotes; bytes that are not UTF-8
-// become U+FFFD.
-void AppendJsonString(std::string_view text, std::string& out);
 
 }  // namespace kzdump
 

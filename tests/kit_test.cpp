@@ -1,0 +1,446 @@
+// The host kit through its C interface only: bytes in, fields out; the
+// samples and the real-world corpus as kzdump shows them, read from files,
+// from memory and on two threads; every function given bad input; type
+// detection from tiny MPEG frame headers.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "kz_host.h"
+#include "processes.h"
+#include "tag_builder.h"
+
+namespace {
+
+using namespace kztest;
+
+class Reader {
+public:
+    Reader() { EXPECT_EQ(kz_host_reader_new(nullptr, &reader, nullptr, 0), KZ_HOST_OK); }
+    ~Reader() { kz_host_reader_free(reader); }
+    kz_host_reader* reader = nullptr;
+};
+
+std::string Str(const char* text, size_t length) {
+    return text != nullptr ? std::string(text, length) : std::string();
+}
+
+// A field as a short line: "v1 " for the trailer, the identifier, the
+// description in quotes, "=" and the text.
+std::string Row(const kz_host_field& f) {
+    if (f.kind == KZ_HOST_ITEM_FAILURE) return "failure " + std::to_string(f.tag);
+    std::string row = f.id3v1 ? "v1 " : "";
+    row += f.kind == KZ_HOST_ITEM_OUTSIDE ? "outside" : f.ident;
+    if (f.description != nullptr) row += " \"" + Str(f.description, f.description_len) + "\"";
+    return row + "=" + Str(f.text, f.text_len);
+}
+
+Strings Rows(const Bytes& bytes, int* status = nullptr) {
+    Reader r;
+    kz_host_result* result = nullptr;
+    const int got = kz_host_collect_memory(r.reader, bytes.data(), bytes.size(), nullptr, &result);
+    if (status != nullptr) *status = got;
+    Strings rows;
+    for (size_t i = 0; i < kz_host_result_count(result); ++i) {
+        rows.push_back(Row(*kz_host_result_field(result, i)));
+    }
+    kz_host_result_free(result);
+    return rows;
+}
+
+Bytes Text(const std::string& text) { return Raw({0}) + Latin1(text); }
+Bytes TextUtf16(const std::u16string& text) { return Raw({1}) + Utf16Le(text); }
+
+TEST(Kit, DeliversTheFieldsOfATagAsUtf8WithTheirKind) {
+    const Bytes lone = Raw({0x01, 0xFF, 0xFE, 'x', 0, 0x34, 0xD8, 0x1E, 0xDD, 0x34, 0xD8, 'y', 0,
+                            0x1E, 0xDD});
+    const struct {
+        Bytes bytes;
+        Strings rows;
+    } cases[] = {
+        // A surrogate pair joined; a high half without its low half and a
+        // low half alone become U+FFFD.
+        {Tag(3, Frame(3, "TIT2", Raw({0, 'C', 'a', 'f', 0xE9})) + Frame(3, "TPE1", lone)),
+         {"TIT2=Caf\u00E9", "TPE1=x\U0001D11E\uFFFDy\uFFFD"}},
+        // A line break the module delivers and a line-feed character alike.
+        {Tag(3, Frame(3, "COMM", Text("eng") + Raw({0}) + Latin1("a\nb")) + Frame(3, "TIT2", Text("c\nd"))),
+         {"COMM= a\nb", "TIT2=c\nd"}},
+        {Tag(3, Frame(3, "TXXX", TextUtf16(u"Mood") + Raw({0, 0}) + Utf16Le(u"calm")) +
+                    Frame(3, "WXXX", TextUtf16(u"Home") + Raw({0, 0}) + Latin1("http://h/")) +
+                    Frame(3, "TXXX", Text("Key") + Raw({0}) + Latin1("value"))),
+         {"TXXX \"Mood\"=calm", "WXXX \"Home\"=http://h/", "TXXX/WXXX \"Key\"=value"}},
+        {Tag(3, Frame(3, "TIT2", Text("T")) + Frame(3, "IPLS", Raw({0, 'a', 0, 'b', 0}))),
+         {"TIT2=T", "outside=a b "}},
+        {Tag(4, Frame(4, "TIT2", Text("T"))) + SilentMpegFrames(1) +
+             Id3v1({.title = "V", .year = "1999", .track = 7, .genre = 13}),
+         {"TIT2=T", "v1 ID3v1 title=V", "v1 ID3v1 artist=", "v1 ID3v1 album=", "v1 ID3v1 year=1999",
+          "v1 ID3v1 comment=", "v1 ID3v1 track=7", "v1 ID3v1 genre=13"}},
+    };
+    for (const auto& c : cases) EXPECT_EQ(Rows(c.bytes), c.rows);
+}
+
+TEST(Kit, GivesTheRawCodesAndStringTagsOnRequest) {
+    const Bytes bytes = Tag(3, Frame(3, "TXXX", TextUtf16(u"D") + Raw({0, 0}) + Utf16Le(u"x\U0001D11E")) +
+                                   Frame(3, "COMM", Text("eng") + Raw({0}) + Latin1("a\n")));
+    Reader r;
+    kz_host_read_options options;
+    kz_host_read_options_init(&options);
+    options.flags = KZ_HOST_READ_CODES;
+    kz_host_result* result = nullptr;
+    ASSERT_EQ(kz_host_collect_memory(r.reader, bytes.data(), bytes.size(), &options, &result), KZ_HOST_OK);
+    ASSERT_EQ(kz_host_result_count(result), 2u);
+    const kz_host_field& user = *kz_host_result_field(result, 0);
+    const kz_host_field& comment = *kz_host_result_field(result, 1);
+    constexpr uint32_t u = KZ_HOST_CODE_UTF16;
+    EXPECT_EQ(std::vector<uint32_t>(user.codes, user.codes + user.code_count),
+              (std::vector<uint32_t>{u | 'x', u | 0xD834, u | 0xDD1E}));
+    ASSERT_EQ(user.string_count, 1u);
+    EXPECT_EQ(user.strings[0].tag, user.number);  // numbered like its field: 500 + frame
+    EXPECT_EQ(user.number, 501u);
+    EXPECT_EQ(user.strings[0].offset, 0u);
+    EXPECT_EQ(std::vector<uint32_t>(user.strings[0].codes, user.strings[0].codes + user.strings[0].code_count),
+              std::vector<uint32_t>{u | 'D'});
+    EXPECT_EQ(std::vector<uint32_t>(comment.codes, comment.codes + comment.code_count),
+              (std::vector<uint32_t>{' ', 'a', KZ_HOST_CODE_SPECIAL | 5}));
+    kz_host_result_free(result);
+}
+
+// ---- Bad input ---------------------------------------------------------------------
+
+int Ignore(const kz_host_field*, void*) { return 0; }
+int Stop(const kz_host_field*, void*) { return 1; }
+void IgnoreCall(const kz_host_call*, void*) {}
+
+TEST(Kit, BadInputGivesTheDocumentedStatusAndNoCrash) {
+    Reader r;
+    kz_host_reader* reader = r.reader;
+    TempDir dir;
+    const std::string missing = (dir.path / "missing.mp3").string();
+    const std::string directory = dir.path.string();
+    const std::string empty = dir.Write("empty.mp3", Bytes{});
+    // A frame declared at almost 2 GB in a file of 100 bytes: the block
+    // limit (the file's size) refuses its body.
+    Bytes declared = Tag(3, Frame(3, "TIT2", Text("A"), 0x7FFFFF00), {.declaredSize = 0x0FFFFFFF});
+    declared.resize(100, 0);
+    const std::string truncated = dir.Write("truncated.mp3", declared);
+    const std::string unreadable = dir.Write("unreadable.mp3", Text("x"));
+    chmod(unreadable.c_str(), 0);
+    const int probe = open(unreadable.c_str(), O_RDONLY);
+    const bool rootReadsAnyway = probe >= 0;
+    if (probe >= 0) close(probe);
+    const std::string services = (std::filesystem::path(KZ_MODULE_PATH).parent_path() / "libkz_sys.so").string();
+    const Bytes threeFrames = Tag(3, Frame(3, "TIT2", Text("a")) + Frame(3, "TPE1", Text("b")) + Frame(3, "TALB", Text("c")));
+
+    kz_host_read_options badSize;
+    kz_host_read_options_init(&badSize);
+    badSize.struct_size = 1;
+    kz_host_read_options badFlags;
+    kz_host_read_options_init(&badFlags);
+    badFlags.flags = 0x80;
+    kz_host_read_options fewChars;
+    kz_host_read_options_init(&fewChars);
+    fewChars.char_limit = 1;
+    const auto newReader = [](const char* path, char* message, size_t size) {
+        kz_host_reader_options options;
+        kz_host_reader_options_init(&options);
+        options.module_path = path;
+        kz_host_reader* made = nullptr;
+        const int status = kz_host_reader_new(&options, &made, message, size);
+        EXPECT_EQ(made == nullptr, status != KZ_HOST_OK);
+        kz_host_reader_free(made);
+        return status;
+    };
+    const auto collect = [&](const std::string& path) {
+        kz_host_result* result = reinterpret_cast<kz_host_result*>(1);
+        const int status = kz_host_collect_file(reader, path.c_str(), nullptr, &result);
+        EXPECT_EQ(result == nullptr, status < 0 && status != KZ_HOST_ERROR_UNFINISHED) << path;
+        kz_host_result_free(result);
+        return status;
+    };
+    // A visitor that reads again with its own reader while it is reading.
+    struct Nested {
+        kz_host_reader* reader;
+        int status;
+    } nested{reader, 0};
+    const auto readAgain = [](const kz_host_field*, void* user) {
+        auto* n = static_cast<Nested*>(user);
+        n->status = kz_host_read_memory(n->reader, "", 0, nullptr, &Ignore, nullptr, nullptr);
+        return 0;
+    };
+    uint16_t type = 0;
+    char message[512];
+    using Info = kz_host_file_info;
+    const struct {
+        const char* what;
+        std::function<int(Info&)> call;
+        int status;
+        int errnoValue;
+        const char* messagePart;  // in the reader's message, or null
+    } cases[] = {
+        {"no reader out", [&](Info&) { return kz_host_reader_new(nullptr, nullptr, message, sizeof message); },
+         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"module missing", [&](Info&) { return newReader("/nonexistent/libkz_id3.so", message, sizeof message); },
+         KZ_HOST_ERROR_MODULE_NOT_FOUND, 0, "/nonexistent/libkz_id3.so"},
+        {"not the module", [&](Info&) { return newReader(services.c_str(), message, sizeof message); },
+         KZ_HOST_ERROR_MODULE_INVALID, 0, "VwGetRtns"},
+        {"empty module path", [&](Info&) { return newReader("", nullptr, 0); }, KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"no reader", [&](Info& i) { return kz_host_read_file(nullptr, empty.c_str(), nullptr, &Ignore, nullptr, &i); },
+         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"no path", [&](Info& i) { return kz_host_read_file(reader, nullptr, nullptr, &Ignore, nullptr, &i); },
+         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"no visitor", [&](Info& i) { return kz_host_read_file(reader, empty.c_str(), nullptr, nullptr, nullptr, &i); },
+         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"no tracer", [&](Info& i) { return kz_host_trace_memory(reader, "", 0, nullptr, nullptr, nullptr, &i); },
+         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"options size", [&](Info& i) { return kz_host_read_file(reader, empty.c_str(), &badSize, &Ignore, nullptr, &i); },
+         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"unknown flag", [&](Info& i) { return kz_host_read_memory(reader, "", 0, &badFlags, &Ignore, nullptr, &i); },
+         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"no data", [&](Info& i) { return kz_host_read_memory(reader, nullptr, 3, nullptr, &Ignore, nullptr, &i); },
+         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"no bytes", [&](Info& i) { return kz_host_read_memory(reader, nullptr, 0, nullptr, &Ignore, nullptr, &i); },
+         KZ_HOST_NOTHING_TO_READ, 0, nullptr},
+        {"missing file", [&](Info& i) { return kz_host_read_file(reader, missing.c_str(), nullptr, &Ignore, nullptr, &i); },
+         KZ_HOST_ERROR_IO, ENOENT, nullptr},
+        {"directory", [&](Info& i) { return kz_host_trace_file(reader, directory.c_str(), nullptr, &IgnoreCall, nullptr, &i); },
+         KZ_HOST_ERROR_NOT_REGULAR, EISDIR, nullptr},
+        {"unreadable", [&](Info& i) { return rootReadsAnyway ? KZ_HOST_ERROR_IO : kz_host_read_file(reader, unreadable.c_str(), nullptr, &Ignore, nullptr, &i); },
+         KZ_HOST_ERROR_IO, rootReadsAnyway ? 0 : EACCES, nullptr},
+        {"empty file", [&](Info& i) { return kz_host_read_file(reader, empty.c_str(), nullptr, &Ignore, nullptr, &i); },
+         KZ_HOST_NOTHING_TO_READ, 0, nullptr},
+        {"visitor stops", [&](Info& i) { return kz_host_read_memory(reader, threeFrames.data(), threeFrames.size(), nullptr, &Stop, nullptr, &i); },
+         KZ_HOST_ERROR_STOPPED, 0, nullptr},
+        {"read inside a read", [&](Info& i) { return kz_host_read_memory(reader, threeFrames.data(), threeFrames.size(), nullptr, readAgain, &nested, &i) == KZ_HOST_OK ? nested.status : 0; },
+         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"character limit", [&](Info& i) { return kz_host_read_memory(reader, threeFrames.data(), threeFrames.size(), &fewChars, &Ignore, nullptr, &i); },
+         KZ_HOST_ERROR_UNFINISHED, 0, nullptr},
+        {"collect, no result", [&](Info&) { return kz_host_collect_memory(reader, "", 0, nullptr, nullptr); },
+         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"collect missing", [&](Info&) { return collect(missing); }, KZ_HOST_ERROR_IO, 0, nullptr},
+        {"collect truncated", [&](Info&) { return collect(truncated); }, KZ_HOST_OK, 0, nullptr},
+        {"detect, no path", [&](Info&) { return kz_host_detect_file(nullptr, &type); }, KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"detect, no type", [&](Info&) { return kz_host_detect_memory("", 0, nullptr); }, KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"detect, no data", [&](Info&) { return kz_host_detect_memory(nullptr, 1, &type); }, KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"detect missing", [&](Info&) { return kz_host_detect_file(missing.c_str(), &type); }, KZ_HOST_ERROR_IO, 0, nullptr},
+        {"detect directory", [&](Info&) { return kz_host_detect_file(directory.c_str(), &type); }, KZ_HOST_ERROR_NOT_REGULAR, 0, nullptr},
+    };
+    for (const auto& c : cases) {
+        Info info{};
+        message[0] = '\0';
+        EXPECT_EQ(c.call(info), c.status) << c.what;
+        EXPECT_EQ(info.errno_value, c.errnoValue) << c.what;
+        if (c.messagePart != nullptr) {
+            EXPECT_NE(std::strstr(message, c.messagePart), nullptr) << c.what << ": " << message;
+        }
+        EXPECT_STRNE(kz_host_strerror(c.status), kz_host_strerror(12345)) << c.what;
+    }
+    // What a stop or a limit leaves: the fields before it; the limit says so.
+    Info info{};
+    kz_host_read_memory(reader, threeFrames.data(), threeFrames.size(), nullptr, &Stop, nullptr, &info);
+    EXPECT_EQ(info.field_count, 1u);
+    kz_host_read_memory(reader, threeFrames.data(), threeFrames.size(), &fewChars, &Ignore, nullptr, &info);
+    EXPECT_EQ(info.truncated, 1);
+    kz_host_read_file(reader, truncated.c_str(), nullptr, &Ignore, nullptr, &info);
+    EXPECT_EQ(info.truncated, 1);
+    EXPECT_EQ(info.end_seen, 1);
+    // Null objects are harmless.
+    size_t size = 1;
+    EXPECT_EQ(kz_host_result_count(nullptr), 0u);
+    EXPECT_EQ(kz_host_result_field(nullptr, 0), nullptr);
+    EXPECT_EQ(kz_host_result_info(nullptr), nullptr);
+    EXPECT_EQ(kz_host_result_packed(nullptr, &size), nullptr);
+    EXPECT_EQ(size, 0u);
+    EXPECT_STREQ(kz_host_reader_module_path(nullptr), "");
+    kz_host_reader_options_init(nullptr);
+    kz_host_read_options_init(nullptr);
+    kz_host_reader_free(nullptr);
+    kz_host_result_free(nullptr);
+}
+
+// ---- Type detection ------------------------------------------------------------------
+
+// Two MPEG audio frames: the header's four bytes, zeros up to the length
+// the header declares.
+Bytes Audio(std::array<uint8_t, 4> header, size_t length, int count = 2) {
+    Bytes frame(length, 0);
+    std::copy(header.begin(), header.end(), frame.begin());
+    Bytes out;
+    for (int i = 0; i < count; ++i) out += frame;
+    return out;
+}
+
+TEST(Kit, DetectsTheFileTypeFromTheTagsAndTheFirstAudioFrame) {
+    const Bytes tag = Tag(3, Frame(3, "TIT2", Text("T")));
+    const Bytes trailer = Id3v1({.title = "V"});
+    // MPEG-1 Layer III, 128 kbit/s, 44.1 kHz: 144 * 128000 / 44100 bytes.
+    const Bytes layer3 = Audio({0xFF, 0xFB, 0x90, 0x00}, 417);
+    const struct {
+        Bytes bytes;
+        uint16_t type;
+    } cases[] = {
+        {tag + layer3, 1707},
+        {tag + tag + Zeros(100) + layer3, 1707},  // after both tags and some padding
+        {tag + Audio({0xFF, 0xFB, 0x90, 0x00}, 417, 1), 1707},  // one frame ending the file
+        {layer3 + trailer, 1706},
+        {layer3, 1710},
+        // 32 kbit/s: Layer I (12 * 32000 / 44100) * 4, Layer II 144 * 32000 / 44100.
+        {tag + Audio({0xFF, 0xFF, 0x10, 0x00}, 32), 1711},
+        {tag + Audio({0xFF, 0xFD, 0x10, 0x00}, 104), 1712},
+        // MPEG-2 at 22.05 kHz: Layer I 32 kbit/s (12 * 32000 / 22050) * 4;
+        // Layers II and III 8 kbit/s, 144 and 72 * 8000 / 22050.
+        {tag + Audio({0xFF, 0xF7, 0x10, 0x00}, 68), 1713},
+        {tag + Audio({0xFF, 0xF5, 0x10, 0x00}, 52), 1714},
+        {tag + Audio({0xFF, 0xF3, 0x10, 0x00}, 26), 1715},
+        // MPEG-2.5 Layer III at 11.025 kHz: 72 * 8000 / 11025.
+        {tag + Audio({0xFF, 0xE3, 0x10, 0x00}, 52), 1715},
+        // A header that no second header confirms is no audio.
+        {tag + Audio({0xFF, 0xFB, 0x90, 0x00}, 417, 1) + Zeros(10), 1709},
+        {tag, 1709},
+        {trailer, 1708},
+        {Zeros(1000), 1710},
+        {Bytes{}, 1710},
+    };
+    TempDir dir;
+    for (const auto& c : cases) {
+        uint16_t fromMemory = 0;
+        uint16_t fromFile = 0;
+        EXPECT_EQ(kz_host_detect_memory(c.bytes.data(), c.bytes.size(), &fromMemory), KZ_HOST_OK);
+        EXPECT_EQ(kz_host_detect_file(dir.Write("file", c.bytes).c_str(), &fromFile), KZ_HOST_OK);
+        EXPECT_EQ(fromMemory, c.type) << &c - cases;
+        EXPECT_EQ(fromFile, c.type) << &c - cases;
+    }
+}
+
+// ---- Samples and corpus ----------------------------------------------------------------
+
+std::string Hex(const char* text, size_t length) {
+    static const char digits[] = "0123456789abcdef";
+    std::string out;
+    for (size_t i = 0; i < length; ++i) {
+        out += digits[static_cast<unsigned char>(text[i]) >> 4];
+        out += digits[static_cast<unsigned char>(text[i]) & 15];
+    }
+    return out;
+}
+
+// One line per file and one per item: what kzdump's JSON shows, texts in
+// hexadecimal UTF-8.
+std::string ItemLine(int kind, uint32_t tag, uint32_t number, const std::string& ident,
+                     const std::string& description, bool described, const std::string& text) {
+    if (kind == KZ_HOST_ITEM_FAILURE) return "X|" + std::to_string(tag) + "\n";
+    if (kind == KZ_HOST_ITEM_OUTSIDE) return "O|" + Hex(text.data(), text.size()) + "\n";
+    return "F|" + std::to_string(tag) + "|" + std::to_string(number) + "|" + ident + "|" +
+           (described ? Hex(description.data(), description.size()) : "-") + "|" +
+           Hex(text.data(), text.size()) + "\n";
+}
+
+std::string FileLine(const std::string& path, int32_t status, const std::string& type, bool end) {
+    return path + "|" + std::to_string(status) + "|" + type + "|" + (end ? "true" : "false") + "\n";
+}
+
+std::string Summary(const std::string& path, const kz_host_result* result) {
+    const kz_host_file_info& info = *kz_host_result_info(result);
+    std::string out = FileLine(path, info.open_status, info.type_name, info.end_seen);
+    for (size_t i = 0; i < kz_host_result_count(result); ++i) {
+        const kz_host_field& f = *kz_host_result_field(result, i);
+        out += ItemLine(f.kind, f.tag, f.number, f.ident, Str(f.description, f.description_len),
+                        f.description != nullptr, Str(f.text, f.text_len));
+    }
+    return out;
+}
+
+// The same from the packed layout that kz_host.h describes.
+std::string PackedSummary(const std::string& path, const kz_host_result* result) {
+    size_t size = 0;
+    const auto* p = static_cast<const uint8_t*>(kz_host_result_packed(result, &size));
+    const uint8_t* end = p + size;
+    const auto take = [&p](auto& value) {
+        std::memcpy(&value, p, sizeof value);
+        p += sizeof value;
+    };
+    const auto bytes = [&p](size_t length) {
+        std::string text(reinterpret_cast<const char*>(p), length);
+        p += length;
+        return text;
+    };
+    uint32_t count;
+    int32_t status;
+    uint16_t type;
+    uint8_t flags, nameLength;
+    take(count), take(status), take(type), take(flags), take(nameLength);
+    std::string out = FileLine(path, status, bytes(nameLength), flags & 1);
+    for (uint32_t i = 0; i < count; ++i) {
+        uint8_t kind, id3v1, identLength, zero;
+        uint32_t tag, number, descriptionLength, textLength;
+        take(kind), take(id3v1), take(identLength), take(zero);
+        take(tag), take(number), take(descriptionLength), take(textLength);
+        const std::string ident = bytes(identLength);
+        const bool described = descriptionLength != KZ_HOST_PACKED_NO_DESCRIPTION;
+        const std::string description = bytes(described ? descriptionLength : 0);
+        out += ItemLine(kind, tag, number, ident, description, described, bytes(textLength));
+    }
+    EXPECT_EQ(p, end) << path;
+    return out;
+}
+
+// Each file read from the file, from its bytes in memory, and the memory
+// read's packed form, by one reader.
+std::array<std::string, 3> ReadAll(const Strings& files) {
+    Reader r;
+    std::array<std::string, 3> out;
+    for (const std::string& path : files) {
+        kz_host_result* result = nullptr;
+        kz_host_collect_file(r.reader, path.c_str(), nullptr, &result);
+        out[0] += result != nullptr ? Summary(path, result) : path + " not read\n";
+        kz_host_result_free(result);
+        const std::string bytes = ReadWhole(path);
+        result = nullptr;
+        kz_host_collect_memory(r.reader, bytes.data(), bytes.size(), nullptr, &result);
+        out[1] += result != nullptr ? Summary(path, result) : path + " not read\n";
+        out[2] += result != nullptr ? PackedSummary(path, result) : path + " not read\n";
+        kz_host_result_free(result);
+    }
+    return out;
+}
+
+#ifdef KZDUMP_PATH
+const char* const kJsonSummary = R"(import json, sys
+hex = lambda s: s.encode('utf-8', 'surrogatepass').hex()
+for line in sys.stdin:
+    f = json.loads(line)
+    print('%s|%d|%s|%s' % (f['path'], f['status'], f['type'], 'true' if f['end'] else 'false'))
+    for x in f['fields']:
+        if 'failure' in x:
+            print('X|%d' % x['failure'])
+        elif 'outside' in x:
+            print('O|' + hex(x['text']))
+        else:
+            print('F|%d|%d|%s|%s|%s' % (x['tag'], x['field'], x['id'],
+                  hex(x['description']) if 'description' in x else '-', hex(x['text'])))
+)";
+
+// Every sample and real-world file gives what kzdump --json shows, read
+// from the file or from memory, packed or not, on two threads at once.
+TEST(KzdumpAndKit, SamplesAndCorpusReadAlikeFromFilesMemoryAndTwoThreads) {
+    const Strings files = FilesIn(KZ_SAMPLES_DIR, ".mp3") + FilesIn(KZ_CORPUS_DIR, "");
+    const std::string expected = Python(kJsonSummary, kztest::Run(Quoted(Strings{KZDUMP_PATH, "--json"} + files)).out);
+    ASSERT_FALSE(expected.empty());
+    std::array<std::string, 3> reads[2];
+    std::thread second([&] { reads[1] = ReadAll(files); });
+    reads[0] = ReadAll(files);
+    second.join();
+    for (const auto& threadReads : reads) {
+        for (const std::string& summary : threadReads) EXPECT_EQ(summary, expected);
+    }
+}
+#endif
+
+}  // namespace
