@@ -9,18 +9,14 @@ import pytest
 import kz_id3
 from conftest import FILES, KZDUMP, ROOT, SAMPLES, kzdump_records
 
-# kzdump opens every file as type 1707 unless told otherwise.
-KZDUMP_TYPE = 1707
-
-
 def test_read_equals_kzdump():
     expected = kzdump_records(FILES)
-    results = list(kz_id3.read_many(FILES, workers=2, file_type=KZDUMP_TYPE))
+    results = list(kz_id3.read_many(FILES, workers=2))
     assert [path for path, _ in results] == FILES
     for path, tags in results:
         assert tags.as_dict() == expected[path], path
         with open(path, "rb") as file:
-            assert kz_id3.read(file.read(), file_type=KZDUMP_TYPE).fields == tags.fields, path
+            assert kz_id3.read(file.read()).fields == tags.fields, path
 
 
 def run_cli(*args):
@@ -28,11 +24,11 @@ def run_cli(*args):
 
 
 def test_command_prints_like_kzdump():
-    json_lines = run_cli("--json", "-j", "2", "--type", str(KZDUMP_TYPE), *FILES).stdout
+    json_lines = run_cli("--json", "-j", "2", *FILES).stdout
     assert [json.loads(line) for line in json_lines.splitlines()] == \
         list(kzdump_records(FILES).values())
-    text = subprocess.run([*KZDUMP, *SAMPLES], capture_output=True, text=True).stdout
-    assert run_cli("--type", str(KZDUMP_TYPE), *SAMPLES).stdout == text
+    text = subprocess.run([*KZDUMP, *FILES], capture_output=True, text=True).stdout
+    assert run_cli(*FILES).stdout == text
 
 
 @pytest.mark.parametrize("source, exception, code", [
