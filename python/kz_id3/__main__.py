@@ -28,8 +28,9 @@ gave; "no tags" when it found nothing to read), then one line per field:
 "TIT2: value", "ID3v1 title: value", 'TXXX "description": value',
 "(outside any field): text", "(failure N reported by the module)".
 Control characters show as \\xNN, U+FEFF, U+2028, U+2029, U+FFFE, U+FFFF as
-\\uNNNN, a backslash as \\\\; a line break continues the value on the next
-line, indented by four spaces.
+\\uNNNN, a backslash as \\\\; a line feed in a value (a line break the module
+delivers, or a line-feed character) continues the value on the next line,
+indented by four spaces; in a description it shows as \\n.
 
 --json: one object per file, {"path", "status", "type", "fields", "end"};
 each field {"tag", "field", "id", "description" (user-defined fields),
