@@ -1,0 +1,247 @@
+#!/usr/bin/python3
+"""Figures for the Python package kz_id3, printed as tables.
+
+    /usr/bin/python3 bench/python_bench.py [--files 2000] [--large 20000]
+                                           [--index-files N] [--runs 3]
+
+Builds the kit, the module and the corpus writer in build-bench/ (Release),
+writes corpora like a music library with kz_bench_corpus into a temporary
+directory and measures, with every file in the page cache:
+
+1. read_many(workers=1) against mutagen reading the same frames to strings,
+   on --files files: read_many alone (Tags built lazily) and with every
+   field's text taken out;
+2. read_many with workers=2 against workers=1, on --files and --large files;
+3. a scan on an already started LocalCluster of two worker processes on
+   --large files: a count of fields per identifier made on the workers (only
+   the counts come back), against read_many(workers=2); then gathering every
+   record to the client;
+4. the index: a first run into a new database and a second run over the
+   unchanged tree, on --index-files files (default: the --large corpus).
+
+Times are wall-clock seconds, the best of --runs runs (one run for the
+index and mutagen beyond 2,000 files).  Needs python3-mutagen for 1 and
+Dask (python3-dask, python3-distributed, python3-pandas) for 3.
+"""
+
+import argparse
+import collections
+import os
+import pickle
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "python"))
+
+import kz_id3  # noqa: E402
+from kz_id3 import index  # noqa: E402
+
+
+def build(build_dir: Path) -> None:
+    subprocess.run(["cmake", "-S", str(ROOT), "-B", str(build_dir), "-DCMAKE_BUILD_TYPE=Release",
+                    "-DKZ_TESTS=OFF"], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", str(build_dir), "-j2", "--target", "kz_host", "kz_id3",
+                    "kz_bench_corpus"], check=True, stdout=subprocess.DEVNULL)
+    os.environ["KZ_HOST_LIBRARY"] = str(build_dir / "lib" / "libkz_host.so")
+    os.environ["KZ_ID3_MODULE"] = str(next((build_dir / "lib").rglob("libkz_id3.so")))
+
+
+def corpus(build_dir: Path, directory: Path, count: int) -> list:
+    if directory.is_dir() and len(os.listdir(directory)) == count:
+        return warm(sorted(str(path) for path in directory.iterdir()))
+    shutil.rmtree(directory, ignore_errors=True)
+    directory.mkdir()
+    subprocess.run([str(build_dir / "bin" / "kz_bench_corpus"), str(directory), str(count)],
+                   check=True, stdout=subprocess.DEVNULL)
+    return warm(sorted(str(path) for path in directory.iterdir()))
+
+
+def warm(paths: list) -> list:
+    for path in paths:  # into the page cache
+        with open(path, "rb") as file:
+            while file.read(1 << 20):
+                pass
+    return paths
+
+
+def best(function, runs: int) -> float:
+    times = []
+    for _ in range(runs):
+        started = time.perf_counter()
+        function()
+        times.append(time.perf_counter() - started)
+    return min(times)
+
+
+def lazy(paths, workers):
+    for _, tags in kz_id3.read_many(paths, workers=workers):
+        if not isinstance(tags, kz_id3.Tags):
+            raise tags
+
+
+def strings(paths, workers):
+    for _, tags in kz_id3.read_many(paths, workers=workers):
+        [field.text for field in tags]
+
+
+def mutagen_strings(paths):
+    # pprint(): mutagen's text of any frame (str() of a picture frame would
+    # be the repr of its bytes, far slower).
+    import mutagen.id3
+    for path in paths:
+        try:
+            [frame.pprint() for frame in mutagen.id3.ID3(path).values()]
+        except mutagen.id3.ID3NoHeaderError:
+            pass
+
+
+def io_counters():
+    with open("/proc/self/io") as counters:
+        values = dict(line.split(": ") for line in counters.read().splitlines())
+    return int(values["rchar"]), int(values["syscr"])
+
+
+def io_per_file(paths):
+    before = io_counters()
+    lazy(paths, 1)
+    after = io_counters()
+    size = sum(os.path.getsize(path) for path in paths) / len(paths)
+    print(f"per file: {(after[0] - before[0]) / len(paths) / 1024:.1f} KiB read in "
+          f"{(after[1] - before[1]) / len(paths):.2f} read calls; files average "
+          f"{size / 1024:.1f} KiB")
+
+
+def row(name, count, seconds, base=None):
+    ratio = f"{base / seconds:8.2f}" if base else " " * 8
+    print(f"{name:<44} {count:>7} {seconds:9.3f} {count / seconds:10.0f} {ratio}")
+
+
+def header(title):
+    print(f"\n{title}\n{'':<44} {'files':>7} {'seconds':>9} {'files/s':>10} {'ratio':>8}")
+
+
+def count_idents(records):
+    return collections.Counter(field["id"] for record in records
+                               for field in record.get("fields", ()) if "id" in field)
+
+
+def add_counters(counters):
+    return sum(counters, collections.Counter())
+
+
+def bench_dask(paths, runs, partition_size, work):
+    try:
+        import distributed
+        import kz_id3.dask
+    except ImportError as error:
+        print(f"\nDask scan skipped: {error}")
+        return
+    threads = best(lambda: lazy(paths, 2), runs)
+    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
+                                  dashboard_address=None) as cluster, \
+            distributed.Client(cluster) as client:
+        client.run(lambda: kz_id3.read(paths[0]))  # each worker loads the kit once
+        counted = {}
+
+        def scan_count():
+            bag = kz_id3.dask.scan(paths, partition_size=partition_size)
+            counted.update(bag.reduction(count_idents, add_counters).compute())
+
+        def scan_gather():
+            bag = kz_id3.dask.scan(paths, partition_size=partition_size)
+            assert len(bag.compute()) == len(paths)
+
+        on_workers = best(scan_count, runs)
+        gathered = best(scan_gather, runs)
+        shard_dir = Path(tempfile.mkdtemp(prefix="kz_shards.", dir=work))
+        started = time.perf_counter()
+        shards = kz_id3.dask.index_shards(paths, shard_dir, partition_size=partition_size).compute()
+        sharded = time.perf_counter() - started
+    started = time.perf_counter()
+    index.merge(shard_dir / "merged.db", shards)
+    merged = time.perf_counter() - started
+    header(f"Dask LocalCluster, 2 worker processes x 1 thread, partitions of {partition_size}")
+    row("read_many(workers=2)", len(paths), threads, threads)
+    row("scan, fields counted on the workers", len(paths), on_workers, threads)
+    row("scan, every record gathered to the client", len(paths), gathered, threads)
+    row("index_shards: an SQLite file per partition", len(paths), sharded, threads)
+    row("index.merge of those shards (one process)", len(paths), merged, threads)
+    print(f"({sum(counted.values())} fields counted; ratio: read_many's time / this time)")
+    records = [tags.as_dict() for _, tags in kz_id3.read_many(paths[:1000])]
+    print(f"a record pickled: {len(pickle.dumps(records)) / len(records):.0f} bytes on average")
+    shutil.rmtree(shard_dir)
+
+
+def bench_index(paths, work: Path):
+    tree = Path(paths[0]).parent
+    db = work / "index.db"
+    for stale in work.glob("index.db*"):
+        stale.unlink()
+    first = index.update(db, [tree], workers=2)
+    second = index.update(db, [tree], workers=2)
+    print(f"\nIndex of {first.files} files (workers=2), database {db.stat().st_size >> 20} MB")
+    print(f"first run:  {first}")
+    print(f"second run: {second}")
+    print(f"second / first: {second.seconds / first.seconds:.3f}")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("--files", type=int, default=2000)
+    parser.add_argument("--large", type=int, default=20000)
+    parser.add_argument("--index-files", type=int, default=0,
+                        help="files in the index's tree (default: the --large corpus)")
+    parser.add_argument("--runs", type=int, default=3)
+    parser.add_argument("--partition-size", type=int, default=1000)
+    parser.add_argument("--build-dir", default=str(ROOT / "build-bench"))
+    parser.add_argument("--only", choices=["read", "dask", "index"], action="append")
+    parser.add_argument("--keep", metavar="DIR",
+                        help="write the corpora into DIR and keep them; reused when there")
+    options = parser.parse_args()
+    build_dir = Path(options.build_dir)
+    build(build_dir)
+    only = set(options.only or ["read", "dask", "index"])
+    with tempfile.TemporaryDirectory(prefix="kz_python_bench.") as temporary:
+        work = Path(options.keep or temporary)
+        work.mkdir(exist_ok=True)
+        small = corpus(build_dir, work / "small", options.files)
+        if "read" in only:
+            header(f"Reading {len(small)} files (kit {kz_id3.kit_version()})")
+            try:
+                base = best(lambda: mutagen_strings(small), min(options.runs, 2))
+                row("mutagen, every frame's pprint()", len(small), base, base)
+            except ImportError:
+                base = None
+                print("mutagen not installed: skipped")
+            for workers in (1, 2):
+                row(f"read_many(workers={workers})", len(small),
+                    best(lambda: lazy(small, workers), options.runs), base)
+                row(f"read_many(workers={workers}), every field's text", len(small),
+                    best(lambda: strings(small, workers), options.runs), base)
+        large = corpus(build_dir, work / "large", options.large)
+        if "read" in only:
+            io_per_file(small)
+            header(f"Reading {len(large)} files")
+            one = best(lambda: lazy(large, 1), options.runs)
+            row("read_many(workers=1)", len(large), one, one)
+            row("read_many(workers=2)", len(large), best(lambda: lazy(large, 2), options.runs), one)
+            one = best(lambda: strings(large, 1), options.runs)
+            row("read_many(workers=1), every field's text", len(large), one, one)
+            row("read_many(workers=2), every field's text", len(large),
+                best(lambda: strings(large, 2), options.runs), one)
+        if "dask" in only:
+            bench_dask(large, options.runs, options.partition_size, work)
+        if "index" in only:
+            tree = large
+            if options.index_files:
+                tree = corpus(build_dir, work / "tree", options.index_files)
+            bench_index(tree, work)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,19 @@
+"""The package's exceptions."""
+
+from __future__ import annotations
+
+
+class Error(Exception):
+    """A failure of the package or the host kit that is not about a file
+    that cannot be read: the kit or the module not found, a module that
+    does not load, no memory, a read the module did not finish."""
+
+
+class ReadError(Error, OSError):
+    """A file could not be read: missing, unreadable, a directory or another
+    file that is not a regular file, or 4 GiB or larger.
+
+    An :class:`OSError`, so ``errno``, ``strerror`` and ``filename`` (the
+    path) are set, and ``except OSError`` catches it as it catches the
+    failures of :func:`open`.
+    """

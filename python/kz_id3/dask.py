@@ -1,0 +1,133 @@
+"""Scans on Dask: the same reads on the threaded scheduler, a LocalCluster
+or a distributed cluster.
+
+``scan(paths)`` gives a :class:`dask.bag.Bag` of one dict per file, the
+dicts of :meth:`kz_id3.Tags.as_dict` (a file that could not be read gives
+``{"path": ..., "error": reason}``); ``to_dataframe(bag)`` a Dask DataFrame of
+one row per field; ``index_shards(paths, directory)`` has the workers write
+one index database per partition, for :func:`kz_id3.index.merge`.  Each task
+reads one partition of paths with :func:`kz_id3.read_many`; a worker needs
+only this package and the kit.  docs/scaling.md tells how to run a scan of
+100 million files.
+
+Needs Dask (dask.bag, dask.dataframe, pandas); ``distributed`` for a
+cluster.  ``import kz_id3`` does not import this module or Dask.
+"""
+
+from __future__ import annotations
+
+import os
+import uuid
+from typing import Any, Dict, Iterable, List, Optional, Union
+
+import dask
+import dask.bag
+import dask.dataframe
+import pandas
+
+from ._reader import FieldFilter, PathLike, read_many
+from ._walk import walk
+
+__all__ = ["scan", "read_partition", "to_dataframe", "index_shards", "COLUMNS"]
+
+#: The columns of :func:`to_dataframe`.
+COLUMNS = ("path", "ident", "number", "description", "text", "id3v1")
+
+
+def _is_pattern(path: str) -> bool:
+    return any(ch in path for ch in "*?[")
+
+
+def _expand(item: PathLike) -> List[str]:
+    import glob
+    path = os.fspath(item)
+    if _is_pattern(path):
+        return sorted(glob.glob(path, recursive=True))
+    if os.path.isdir(path):
+        return [entry.path for entry in walk(path)]
+    return [path]
+
+
+def _reason(error: Exception) -> str:
+    if isinstance(error, OSError) and error.strerror:
+        return error.strerror
+    return str(error)
+
+
+def read_partition(paths: Iterable[PathLike], file_type: Optional[int] = None,
+                   fields: FieldFilter = None) -> List[Dict[str, Any]]:
+    """The records of one partition: what each task of :func:`scan` runs."""
+    records = []
+    for path, tags in read_many(paths, workers=1, file_type=file_type, fields=fields):
+        if isinstance(tags, Exception):
+            records.append({"path": os.fspath(path), "error": _reason(tags)})
+        else:
+            records.append(tags.as_dict())
+    return records
+
+
+def scan(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag], *,
+         partition_size: int = 1000, client: Any = None, file_type: Optional[int] = None,
+         fields: FieldFilter = None) -> dask.bag.Bag:
+    """A bag of the tags of many files, one dict per file.
+
+    ``paths_or_globs`` is a path, a glob pattern (``**`` matches any depth), a
+    directory (every file under it) or a list of these, expanded here, on
+    the client; or a :class:`dask.bag.Bag` of paths, read as it is
+    partitioned, so that file lists never pass through the client (for
+    example ``dask.bag.read_text("lists/*.txt").map(str.rstrip)``).
+    ``partition_size`` paths make one task.  The bag is lazy and runs on
+    whatever scheduler computes it; with ``client`` (a
+    ``distributed.Client``) it is persisted there at once: the reads start
+    and the records stay in the workers' memory.  ``file_type`` and
+    ``fields`` are as for :func:`kz_id3.read`.
+    """
+    bag = _paths(paths_or_globs, partition_size).map_partitions(
+        read_partition, file_type=file_type, fields=fields)
+    return client.persist(bag) if client is not None else bag
+
+
+def _paths(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag],
+           partition_size: int) -> dask.bag.Bag:
+    if isinstance(paths_or_globs, dask.bag.Bag):
+        return paths_or_globs
+    items = [paths_or_globs] if isinstance(paths_or_globs, (str, os.PathLike)) \
+        else list(paths_or_globs)
+    listed = [path for item in items for path in _expand(item)]
+    return dask.bag.from_sequence(listed, partition_size=partition_size)
+
+
+def _write_shard(paths: Iterable[PathLike], directory: str,
+                 file_type: Optional[int]) -> List[str]:
+    from . import index
+    shard = os.path.join(directory, f"kz_id3-{uuid.uuid4().hex}.db")
+    index.update(shard, list(paths), workers=1, file_type=file_type)
+    return [shard]
+
+
+def index_shards(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag],
+                 directory: PathLike, *, partition_size: int = 10000,
+                 file_type: Optional[int] = None) -> dask.bag.Bag:
+    """A bag of the paths of index databases (:mod:`kz_id3.index`), one per
+    partition, written by the workers into ``directory`` (a directory every
+    worker can write to).  Compute it, then merge the shards with
+    :func:`kz_id3.index.merge`: the records never pass through the client.
+    ``paths_or_globs`` and ``partition_size`` are as for :func:`scan`."""
+    return _paths(paths_or_globs, partition_size).map_partitions(
+        _write_shard, os.fspath(directory), file_type)
+
+
+def _rows(records: Iterable[Dict[str, Any]]) -> pandas.DataFrame:
+    rows = [(record["path"], field["id"], field["field"], field.get("description"),
+             field["text"], field["id3v1"])
+            for record in records for field in record.get("fields", ()) if "id" in field]
+    frame = pandas.DataFrame.from_records(rows, columns=COLUMNS)
+    return frame.astype({"number": "int64", "id3v1": "bool"})
+
+
+def to_dataframe(bag: dask.bag.Bag) -> dask.dataframe.DataFrame:
+    """One row per field of the records of :func:`scan`: the columns
+    :data:`COLUMNS`.  Outside text, reported failures and files that could
+    not be read give no rows."""
+    parts = [dask.delayed(_rows)(part) for part in bag.to_delayed()]
+    return dask.dataframe.from_delayed(parts, meta=_rows([]), verify_meta=False)
