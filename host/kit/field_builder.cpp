@@ -107,14 +107,7 @@ bool FieldBuilder::Admit() {
     return true;
 }
 
-void FieldBuilder::Char(uint16_t code) {
-    // Most characters are ASCII going into an open item: one append.
-    if (code < 0x80 && target_ != nullptr && !keepCodes_ && !halted_ && chars_ < charLimit_ &&
-        target_->pendingHigh == 0) {
-        ++chars_;
-        target_->utf8.push_back(static_cast<char>(code));
-        return;
-    }
+void FieldBuilder::OtherChar(uint16_t code) {
     if (!Admit()) return;
     Text& text = *target_;
     if (keepCodes_) text.codes.push_back(code | (utf16_ ? KZ_HOST_CODE_UTF16 : 0u));
