@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -92,13 +93,13 @@ void Walk(const fs::path& directory, std::vector<std::string>& files) {
     std::error_code ec;
     fs::directory_iterator it(directory, ec);
     if (ec) return;
-    std::vector<fs::directory_entry> entries;
-    for (const fs::directory_entry& entry : it) entries.push_back(entry);
+    std::vector<std::pair<std::string, fs::directory_entry>> entries;
+    for (const fs::directory_entry& entry : it) {
+        entries.emplace_back(entry.path().filename().native(), entry);
+    }
     std::sort(entries.begin(), entries.end(),
-              [](const fs::directory_entry& a, const fs::directory_entry& b) {
-                  return a.path().filename().native() < b.path().filename().native();
-              });
-    for (const fs::directory_entry& entry : entries) {
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (const auto& [name, entry] : entries) {
         if (entry.is_directory(ec) && !entry.is_symlink(ec)) {
             Walk(entry.path(), files);
         } else if (!entry.is_symlink(ec) || !entry.is_directory(ec)) {
