@@ -234,7 +234,9 @@ uint64_t TagBytes(const Bytes& file) {
 }
 
 Workload Prepare(std::string name, Bytes file, uint64_t frames) {
-    Workload w{std::move(name), std::move(file)};
+    Workload w;
+    w.name = std::move(name);
+    w.file = std::move(file);
     w.tagBytes = TagBytes(w.file);
     w.frames = frames;
     w.largestRead = static_cast<uint32_t>(w.file.size());
