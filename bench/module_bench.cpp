@@ -2,9 +2,12 @@
 // the entry points over an in-memory stream, by a host whose routines only
 // count.  Beside each runs its floor: what the interface makes unavoidable,
 // the same stream reads of the tag header, of every frame header and body
-// and of the trailer into a buffer, and one call through a function pointer
-// per character the module delivered.  The summary at the end gives the
-// ratio module / floor.
+// and of the trailer into a buffer, and the host calls the module must make,
+// each through a function pointer: one per character, the begin and end of
+// each field and the break after each frame (counted from a module run).
+// The kit line reads the same bytes from memory through libkz_host, to a
+// visitor that only counts.  The summary at the end gives the ratios
+// module / floor and kit / module.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -15,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "kz_host.h"
 #include "kz_id3.h"
 #include "workloads.h"
 
@@ -26,6 +30,9 @@ using kzbench::Bytes;
 
 struct Counts {
     uint64_t chars = 0;  // SOOutChar and SOOutSpecial
+    uint64_t beginTags = 0;
+    uint64_t endTags = 0;
+    uint64_t breaks = 0;  // SOOutBreak, the end included
     uint64_t otherCalls = 0;
     bool ended = false;
 };
@@ -36,7 +43,7 @@ void CountChar(uint16_t, uint64_t user1, uint64_t) { ++CountsOf(user1)->chars; }
 void CountSpecial(uint16_t, uint64_t user1, uint64_t) { ++CountsOf(user1)->chars; }
 uint32_t CountBreak(uint16_t kind, uint16_t, uint64_t user1, uint64_t) {
     Counts* counts = CountsOf(user1);
-    ++counts->otherCalls;
+    ++counts->breaks;
     if (kind == SO_BREAK_END) counts->ended = true;
     return 0;
 }
@@ -45,9 +52,9 @@ void CountStartSection(uint32_t, uint32_t, uint32_t, uint64_t user1, uint64_t) {
 }
 void CountFailure(uint32_t, uint64_t user1, uint64_t) { ++CountsOf(user1)->otherCalls; }
 void CountBeginTag(uint32_t, uint32_t, const KzTagDescriptor*, uint64_t user1, uint64_t) {
-    ++CountsOf(user1)->otherCalls;
+    ++CountsOf(user1)->beginTags;
 }
-void CountEndTag(uint32_t, uint32_t, uint64_t user1, uint64_t) { ++CountsOf(user1)->otherCalls; }
+void CountEndTag(uint32_t, uint32_t, uint64_t user1, uint64_t) { ++CountsOf(user1)->endTags; }
 void CountCharSet(uint32_t, uint64_t user1, uint64_t) { ++CountsOf(user1)->otherCalls; }
 void CountSectionFlags(uint32_t, uint64_t user1, uint64_t) { ++CountsOf(user1)->otherCalls; }
 
@@ -56,9 +63,12 @@ SORoutine AsRoutine(Routine routine) {
     return reinterpret_cast<SORoutine>(routine);
 }
 
-// The floor's character routine, read from a volatile so that the call
-// stays an indirect call.
+// The floor's routines, read from volatiles so that the calls stay
+// indirect calls.
 SOOutCharRtn volatile floorOutChar = &CountChar;
+SOBeginTagRtn volatile floorBeginTag = &CountBeginTag;
+SOEndTagRtn volatile floorEndTag = &CountEndTag;
+SOOutBreakRtn volatile floorOutBreak = &CountBreak;
 
 // ---- The in-memory stream -----------------------------------------------------
 
@@ -196,11 +206,11 @@ uint64_t FloorReads(MemoryStream& file, uint8_t* buffer) {
     return total;
 }
 
-void FloorChars(uint64_t chars, Counts& counts) {
-    const SOOutCharRtn outChar = floorOutChar;
-    const auto user1 = reinterpret_cast<uint64_t>(&counts);
-    for (uint64_t i = 0; i < chars; ++i) outChar(static_cast<uint16_t>(i), user1, 0);
-}
+struct Workload;
+
+// The host calls of a run of the module: its characters, the begin and end
+// of its fields and its breaks.
+void FloorCalls(const Workload& w, Counts& counts);
 
 // ---- Workloads ---------------------------------------------------------------------
 
@@ -209,8 +219,7 @@ struct Workload {
     Bytes file;
     uint64_t tagBytes = 0;
     uint64_t frames = 0;
-    uint64_t chars = 0;  // counted from a module run
-    uint64_t otherCalls = 0;
+    Counts calls;  // counted from a module run
     uint32_t largestRead = 0;
 };
 
@@ -225,7 +234,9 @@ uint64_t TagBytes(const Bytes& file) {
 }
 
 Workload Prepare(std::string name, Bytes file, uint64_t frames) {
-    Workload w{std::move(name), std::move(file)};
+    Workload w;
+    w.name = std::move(name);
+    w.file = std::move(file);
     w.tagBytes = TagBytes(w.file);
     w.frames = frames;
     w.largestRead = static_cast<uint32_t>(w.file.size());
@@ -235,15 +246,30 @@ Workload Prepare(std::string name, Bytes file, uint64_t frames) {
         std::fprintf(stderr, "kz_bench: the module did not finish %s\n", w.name.c_str());
         std::exit(1);
     }
-    w.chars = host.counts().chars;
-    w.otherCalls = host.counts().otherCalls;
+    w.calls = host.counts();
     return w;
+}
+
+void FloorCalls(const Workload& w, Counts& counts) {
+    const auto user1 = reinterpret_cast<uint64_t>(&counts);
+    const SOBeginTagRtn beginTag = floorBeginTag;
+    for (uint64_t i = 0; i < w.calls.beginTags; ++i) {
+        beginTag(SO_TAG_FRAME, static_cast<uint32_t>(i), nullptr, user1, 0);
+    }
+    const SOOutCharRtn outChar = floorOutChar;
+    for (uint64_t i = 0; i < w.calls.chars; ++i) outChar(static_cast<uint16_t>(i), user1, 0);
+    const SOEndTagRtn endTag = floorEndTag;
+    for (uint64_t i = 0; i < w.calls.endTags; ++i) {
+        endTag(SO_TAG_FRAME, static_cast<uint32_t>(i), user1, 0);
+    }
+    const SOOutBreakRtn outBreak = floorOutBreak;
+    for (uint64_t i = 0; i < w.calls.breaks; ++i) outBreak(SO_BREAK_FRAME, 0, user1, 0);
 }
 
 void SetCounters(benchmark::State& state, const Workload& w) {
     state.SetBytesProcessed(static_cast<int64_t>(w.tagBytes) * state.iterations());
     state.counters["chars/s"] =
-        benchmark::Counter(static_cast<double>(w.chars), benchmark::Counter::kIsIterationInvariantRate);
+        benchmark::Counter(static_cast<double>(w.calls.chars), benchmark::Counter::kIsIterationInvariantRate);
     if (w.frames != 0) {
         state.counters["s/frame"] = benchmark::Counter(
             static_cast<double>(w.frames),
@@ -267,9 +293,39 @@ void BenchFloor(benchmark::State& state, const Workload* w) {
     Counts counts;
     for (auto _ : state) {
         benchmark::DoNotOptimize(FloorReads(stream, buffer.data()));
-        FloorChars(w->chars, counts);
+        FloorCalls(*w, counts);
         benchmark::ClobberMemory();
     }
+    SetCounters(state, *w);
+}
+
+// ---- The kit ------------------------------------------------------------------------
+
+int CountField(const kz_host_field* field, void* user) {
+    *static_cast<uint64_t*>(user) += field->text_len;
+    return 0;
+}
+
+void BenchKit(benchmark::State& state, const Workload* w) {
+    kz_host_reader* reader = nullptr;
+    char message[256];
+    if (kz_host_reader_new(nullptr, &reader, message, sizeof message) != KZ_HOST_OK) {
+        state.SkipWithError(message);
+        return;
+    }
+    // The type the module line passes, so that both do the same work.
+    kz_host_read_options options;
+    kz_host_read_options_init(&options);
+    options.file_type = VW_FILETYPE_DEFAULT;
+    uint64_t textBytes = 0;
+    for (auto _ : state) {
+        if (kz_host_read_memory(reader, w->file.data(), w->file.size(), &options, &CountField,
+                                &textBytes, nullptr) != KZ_HOST_OK) {
+            state.SkipWithError("the kit did not read the file");
+        }
+        benchmark::DoNotOptimize(textBytes);
+    }
+    kz_host_reader_free(reader);
     SetCounters(state, *w);
 }
 
@@ -308,21 +364,25 @@ private:
 };
 
 void PrintSummary(const SummaryReporter& reporter, const std::vector<Workload>& workloads) {
-    std::printf("\n%-18s %10s %10s %9s %12s %12s %7s %10s %10s\n", "workload", "tag bytes",
-                "chars", "calls", "module us", "floor us", "ratio", "ns/frame", "MB/s");
+    std::printf("\n%-16s %10s %9s %8s %10s %10s %10s %7s %7s %9s %8s\n", "workload", "tag bytes",
+                "chars", "calls", "module us", "floor us", "kit us", "mod/fl", "kit/mod",
+                "ns/frame", "MB/s");
     for (const Workload& w : workloads) {
         const double module = reporter.Time("module/" + w.name);
         const double floor = reporter.Time("floor/" + w.name);
+        const double kit = reporter.Time("kit/" + w.name);
         if (module < 0 || floor < 0) continue;
         const double perFrame = w.frames != 0 ? module / static_cast<double>(w.frames) : 0;
-        std::printf("%-18s %10llu %10llu %9llu %12.1f %12.1f %7.2f %10.1f %10.1f\n",
+        const uint64_t calls = w.calls.beginTags + w.calls.endTags + w.calls.breaks;
+        std::printf("%-16s %10llu %9llu %8llu %10.1f %10.1f %10.1f %7.2f %7.2f %9.1f %8.1f\n",
                     w.name.c_str(), static_cast<unsigned long long>(w.tagBytes),
-                    static_cast<unsigned long long>(w.chars),
-                    static_cast<unsigned long long>(w.otherCalls), module / 1e3, floor / 1e3,
-                    module / floor, perFrame, static_cast<double>(w.tagBytes) / module * 1e3);
+                    static_cast<unsigned long long>(w.calls.chars),
+                    static_cast<unsigned long long>(calls), module / 1e3, floor / 1e3,
+                    kit / 1e3, module / floor, kit < 0 ? 0.0 : kit / module, perFrame,
+                    static_cast<double>(w.tagBytes) / module * 1e3);
     }
-    std::printf("(CPU times: median of the repetitions, ns/frame and MB/s of the module; calls: "
-                "host calls other than characters, not in the floor)\n");
+    std::printf("(CPU times: median of the repetitions; calls: begin and end of fields and "
+                "breaks, made by the floor too; ns/frame and MB/s of the module)\n");
 }
 
 }  // namespace
@@ -352,6 +412,7 @@ int main(int argc, char** argv) {
     for (const Workload& w : workloads) {
         benchmark::RegisterBenchmark(("module/" + w.name).c_str(), BenchModule, &w);
         benchmark::RegisterBenchmark(("floor/" + w.name).c_str(), BenchFloor, &w);
+        benchmark::RegisterBenchmark(("kit/" + w.name).c_str(), BenchKit, &w);
     }
 
     benchmark::Initialize(&count, args.data());

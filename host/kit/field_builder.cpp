@@ -107,7 +107,7 @@ bool FieldBuilder::Admit() {
     return true;
 }
 
-void FieldBuilder::Char(uint16_t code) {
+void FieldBuilder::OtherChar(uint16_t code) {
     if (!Admit()) return;
     Text& text = *target_;
     if (keepCodes_) text.codes.push_back(code | (utf16_ ? KZ_HOST_CODE_UTF16 : 0u));

@@ -21,7 +21,17 @@ public:
     // Overflowed() says so).
     void Start(uint64_t charLimit, bool keepCodes, kz_host_visitor visitor, void* user);
 
-    void Char(uint16_t code);
+    // Inline for the most common character, an ASCII one going into an open
+    // item: one append, no call.
+    void Char(uint16_t code) {
+        if (code < 0x80 && target_ != nullptr && !keepCodes_ && !halted_ && chars_ < charLimit_ &&
+            target_->pendingHigh == 0) {
+            ++chars_;
+            target_->utf8.push_back(static_cast<char>(code));
+            return;
+        }
+        OtherChar(code);
+    }
     void Special(uint16_t code);
     void BeginField(uint32_t tag, uint32_t number);
     void EndField();
@@ -68,6 +78,8 @@ private:
         char ident[24] = {};
     };
 
+    // Every character Char does not append itself.
+    void OtherChar(uint16_t code);
     // False when the call must be dropped; opens an outside item if none is
     // open and counts a character against the limit.
     bool Admit();

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <string>
 #include <system_error>
+#include <utility>
 
 namespace kzdump {
 
@@ -18,13 +20,14 @@ void Walk(const fs::path& directory, std::vector<Job>& jobs) {
         return;
     }
     // The entries carry their type from the directory listing: no stat each.
-    std::vector<fs::directory_entry> entries;
-    for (const fs::directory_entry& entry : it) entries.push_back(entry);
+    // Each name is taken once, not at every comparison of the sort.
+    std::vector<std::pair<std::string, fs::directory_entry>> entries;
+    for (const fs::directory_entry& entry : it) {
+        entries.emplace_back(entry.path().filename().native(), entry);
+    }
     std::sort(entries.begin(), entries.end(),
-              [](const fs::directory_entry& a, const fs::directory_entry& b) {
-                  return a.path().filename().native() < b.path().filename().native();
-              });
-    for (const fs::directory_entry& entry : entries) {
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (const auto& [name, entry] : entries) {
         // Symbolic links to directories are not followed: no walk can loop.
         if (entry.is_directory(ec) && !entry.is_symlink(ec)) {
             Walk(entry.path(), jobs);
