@@ -2,6 +2,7 @@
  * named like words the headers might use. */
 #include <kz_id3.h>
 #include <kz_sys.h>
+#include <kz_host.h>
 
 const char* version = "host 2.0";
 int level = 30;
