@@ -137,12 +137,12 @@ TEST(Kzdump, ExitStatusAndMessages) {
         std::string outStart, outHas, errStart;  // errStart ending in a line feed: the whole of it
         Strings errHas;
     } cases[] = {
-        {{silent, sample}, 1, silent + ": MPEG-1 audio - Layer 3: no tags\n", "  TIT2: Second tag\n", "", {}},
+        {{silent, missing, sample}, 3, silent + ": MPEG-1 audio - Layer 3: no tags\n", "  TIT2: Second tag\n", "", {}},
         {{"--type", "1708", sample}, 0, sample + ": ID3 Ver 1.x\n", "", "", {}},
         {{"--type=9999", sample}, 0, sample + ": type 9999\n", "", "", {}},
-        {{missing, sample}, 1, "", "  TIT2: First tag\n",
+        {{missing, sample}, 3, "", "  TIT2: First tag\n",
          "kzdump: " + missing + ": No such file or directory\n", {}},
-        {{emptyDir, sample}, 1, "", "  TIT2: First tag\n", "", {emptyDir, "-r"}},
+        {{emptyDir, sample}, 3, "", "  TIT2: First tag\n", "", {emptyDir, "-r"}},
         {{"--filter", noModule, sample}, 2, "", "", "kzdump: " + noModule + ": ", {}},
         {{"--filter", services, sample}, 2, "", "", "kzdump: " + services + ": ", {"VwGetRtns"}},
         {{"--filter", KZ_MODULE_PATH, sample}, 0, "", "  TIT2: First tag\n", "", {}},
@@ -159,6 +159,16 @@ TEST(Kzdump, ExitStatusAndMessages) {
         EXPECT_TRUE(run.err.starts_with(c.errStart)) << what << run.err;
         for (const std::string& part : c.errHas) EXPECT_NE(run.err.find(part), std::string::npos) << what << run.err;
     }
+    // Output that cannot be written: status 4, the reason, and nothing more
+    // read; a closed pipe ends quietly.
+    for (const Strings& args : {Strings{sample, sample}, Strings{"--json", sample}, Strings{"--trace", sample},
+                                Strings{"--version"}, Strings{"--help"}}) {
+        const RunResult full = kztest::Run(Quoted(Strings{KZDUMP_PATH} + args) + " >/dev/full");
+        EXPECT_EQ(full.status, 4) << Quoted(args);
+        EXPECT_EQ(full.err, "kzdump: write error: No space left on device\n") << Quoted(args);
+    }
+    const RunResult piped = kztest::Run(Quoted(Strings{KZDUMP_PATH} + Strings(2000, sample)) + " | head -c 1");
+    EXPECT_EQ(piped.out + piped.err, sample.substr(0, 1));
     // Bad usage: status 2, no output and one line of error.
     const Strings bad[] = {
         {"--frobnicate", sample},    {"-j", "0", sample},           {"-j", "x", sample},

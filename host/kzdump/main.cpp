@@ -8,18 +8,35 @@
 #include "render.h"
 
 #include <algorithm>
+#include <climits>
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <string_view>
 #include <thread>
 #include <vector>
+
+#include <unistd.h>
 
 namespace kzdump {
 
 namespace {
+
+// Exit statuses; when several apply, the highest wins.
+constexpr int kAllRead = 0;
+constexpr int kNothingToRead = 1;
+constexpr int kBadUsage = 2;
+constexpr int kNotRead = 3;
+constexpr int kWriteError = 4;
+
+void RaiseStatus(std::atomic<int>& status, int value) {
+    int current = status.load();
+    while (current < value && !status.compare_exchange_weak(current, value)) {
+    }
+}
 
 // Output of a job that is not yet its turn is held up to this many bytes per
 // worker thread; a worker that reaches it waits for its turn.
@@ -71,20 +88,54 @@ public:
         turn_.notify_all();
     }
 
+    // Writes what is held; the errno of the first failed write, or 0.
+    int Flush() {
+        WriteAll(pending_);
+        pending_.clear();
+        return writeErrno_;
+    }
+
+    // Once a write has failed, no more jobs are started.
+    bool Failed() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return writeErrno_ != 0;
+    }
+
 private:
     struct Slot {
         std::string out;
         std::string err;
     };
 
-    static void Write(std::string& out) {
-        std::fwrite(out.data(), 1, out.size(), stdout);
+    // A record that fits in PIPE_BUF goes out with the records before it in
+    // one write(2) of at most PIPE_BUF bytes, so that runs appending to one
+    // file never interleave inside a record; a larger record is written
+    // alone, as it comes.
+    void Write(std::string& out) {
+        if (pending_.size() + out.size() > PIPE_BUF) Flush();
+        if (out.size() > PIPE_BUF) {
+            WriteAll(out);
+        } else {
+            pending_ += out;
+        }
         out.clear();
     }
 
-    static void WriteJob(std::string& out, std::string& err) {
+    void WriteAll(std::string_view bytes) {
+        while (!bytes.empty() && writeErrno_ == 0) {
+            const ssize_t written = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+            if (written < 0 && errno == EINTR) continue;
+            if (written < 0) {
+                writeErrno_ = errno;
+                return;
+            }
+            bytes.remove_prefix(static_cast<size_t>(written));
+        }
+    }
+
+    void WriteJob(std::string& out, std::string& err) {
         if (!err.empty()) {
-            std::fflush(stdout);
+            Flush();
             std::fwrite(err.data(), 1, err.size(), stderr);
             err.clear();
         }
@@ -103,6 +154,8 @@ private:
     std::vector<Slot> slots_;
     std::vector<bool> ready_;
     std::vector<std::string> spare_;
+    std::string pending_;
+    int writeErrno_ = 0;
     size_t next_ = 0;
     size_t held_ = 0;
     const size_t heldLimit_;
@@ -113,7 +166,7 @@ struct Run {
     const std::vector<Job>& jobs;
     OrderedOutput output;
     std::atomic<size_t> nextJob{0};
-    std::atomic<bool> someNotRead{false};
+    std::atomic<int> exitStatus{kAllRead};
 };
 
 // One file being read: the visitor or the tracer renders into `out`, which
@@ -216,23 +269,28 @@ std::string Reason(int status, const kz_host_file_info& info) {
 void Work(Run& run, kz_host_reader* reader, const std::string& readerError) {
     std::string out;
     std::string err;
-    for (size_t index = run.nextJob++; index < run.jobs.size(); index = run.nextJob++) {
+    for (size_t index = run.nextJob++; index < run.jobs.size() && !run.output.Failed();
+         index = run.nextJob++) {
         const Job& job = run.jobs[index];
-        bool read = false;
+        int status = kNotRead;
         if (!job.error.empty()) {
             ReportError(job.path, job.error, run.options, true, out, err);
         } else if (reader == nullptr) {
             ReportError(job.path, readerError, run.options, true, out, err);
         } else {
             FileJob file(run, index, out);
-            const int status = file.Read(reader);
-            read = status == KZ_HOST_OK;
-            if (status != KZ_HOST_OK && status != KZ_HOST_NOTHING_TO_READ) {
-                ReportError(job.path, Reason(status, file.Info()), run.options, !file.Started(),
+            const int read = file.Read(reader);
+            if (read == KZ_HOST_OK) {
+                status = kAllRead;
+            } else if (read == KZ_HOST_NOTHING_TO_READ || read == KZ_HOST_ERROR_UNFINISHED) {
+                status = kNothingToRead;
+            }
+            if (read != KZ_HOST_OK && read != KZ_HOST_NOTHING_TO_READ) {
+                ReportError(job.path, Reason(read, file.Info()), run.options, !file.Started(),
                             out, err);
             }
         }
-        if (!read) run.someNotRead = true;
+        RaiseStatus(run.exitStatus, status);
         run.output.Finish(index, out, err);
     }
 }
@@ -255,16 +313,29 @@ void Worker(Run& run) {
     kz_host_reader_free(reader);
 }
 
+void ReportWriteError(int error) {
+    std::fprintf(stderr, "kzdump: write error: %s\n", std::strerror(error));
+}
+
+// `status`, or kWriteError when what stdio holds cannot be written.
+int Flushed(int status) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+        ReportWriteError(errno);
+        return kWriteError;
+    }
+    return status;
+}
+
 int Main(int argc, char** argv) {
     Options options;
     std::string error;
     if (!ParseOptions(argc, argv, options, error)) {
         std::fprintf(stderr, "kzdump: %s (see kzdump --help)\n", error.c_str());
-        return 2;
+        return kBadUsage;
     }
     if (options.help) {
         std::fputs(HelpText(), stdout);
-        return 0;
+        return Flushed(kAllRead);
     }
     if (options.version) std::printf("kzdump (kz_id3) %s\n", KZ_ID3_VERSION_STRING);
     // The first worker's reader shows whether the module can be used at all.
@@ -275,16 +346,14 @@ int Main(int argc, char** argv) {
         std::string line = "kzdump: ";
         AppendPrintable(readerError, line);
         std::fprintf(stderr, "%s\n", line.c_str());
-        return 2;
+        return kBadUsage;
     }
     if (options.version) {
         std::printf("module %s: %s\n", kz_host_reader_module_path(reader),
                     kz_host_reader_module_version(reader));
         kz_host_reader_free(reader);
-        return 0;
+        return Flushed(kAllRead);
     }
-    static char outputBuffer[1 << 16];
-    std::setvbuf(stdout, outputBuffer, _IOFBF, sizeof outputBuffer);
 
     const std::vector<Job> jobs = ListJobs(options.paths, options.recursive);
     const size_t workers = std::max<size_t>(1, std::min<size_t>(options.jobs, jobs.size()));
@@ -295,8 +364,11 @@ int Main(int argc, char** argv) {
     Work(run, reader, readerError);
     for (std::thread& thread : threads) thread.join();
     kz_host_reader_free(reader);
-    std::fflush(stdout);
-    return run.someNotRead ? 1 : 0;
+    if (const int error = run.output.Flush(); error != 0) {
+        ReportWriteError(error);
+        return kWriteError;
+    }
+    return run.exitStatus;
 }
 
 }  // namespace

@@ -272,15 +272,20 @@ Output is written as it is made: with -j 1 a file's fields appear as they
 arrive; with -j N a worker holds at most 4 MiB of output that is not yet its
 turn, then waits for it.
 
-Exit status:
+Exit status (when several apply, the highest):
   0  every file was read
-  1  some file could not be read: missing, unreadable, not a regular file, a
-     directory without -r, larger than 4 GiB, no tags found (open status 51
-     or another non-zero status), or the module did not finish it
+  1  some file had nothing to read: no tags found (open status 51 or another
+     non-zero status), or the module did not finish it
   2  bad usage (unknown option, bad number, no path), or the module could not
      be loaded or lacks VwGetRtns or an entry point
+  3  some file could not be read: missing, unreadable, not a regular file, a
+     directory without -r, larger than 4 GiB, or an I/O error
+  4  the output could not be written (disk full, I/O error); kzdump stops
 Errors are reported on stderr, one line each, naming the path; the other
-files are still read.
+files are still read.  A closed pipe (kzdump ... | head) ends kzdump quietly.
+Each file's text block or JSON line is written with one write(2) when it
+fits in 4096 bytes (PIPE_BUF), so that runs appending to one file never mix
+their records.
 )HELP";
 }
 
