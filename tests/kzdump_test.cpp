@@ -174,7 +174,8 @@ TEST(Kzdump, ExitStatusAndMessages) {
         {"--frobnicate", sample},    {"-j", "0", sample},           {"-j", "x", sample},
         {"-j"},                      {"--stop-every", "0", sample}, {"--stop-every", "-1", sample},
         {"--type", "70000", sample}, {"--type", "12a", sample},     {},
-        {"--json", "--trace", sample}, {"--codes", sample},
+        {"--json", "--trace", sample}, {"--codes", sample}, {"--json=1", sample}, {"-rx", sample},
+        {"--ext", ",", sample},
     };
     for (const Strings& args : bad) {
         const RunResult run = Kzdump(args);
@@ -196,6 +197,48 @@ TEST(Kzdump, WalksDirectoriesInSortedOrder) {
     const std::string base = dir.path.string();
     EXPECT_EQ(headers, (Strings{base + "/B.mp3" + kTagOnly, base + "/a.mp3" + kTagOnly,
                                 base + "/b.mp3" + kTagOnly, base + "/sub/c.mp3" + kTagOnly}));
+}
+
+// Paths from lists (one a line, or NUL-separated), with any bytes; the walk
+// filtered by extension; short options combined.
+TEST(Kzdump, ReadsPathListsAndFiltersTheWalk) {
+    TempDir dir;
+    const Bytes tagged = kztest::Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'})));
+    const std::string base = dir.path.string() + "/";
+    const std::string odd = "new\nline\xFF.mp3";
+    for (const std::string name : {"a.MP3", "sub/b.mp3", "c.txt", odd.c_str()}) dir.Write(name, tagged);
+    const std::string lines = dir.Write("lines", base + "c.txt\n\n" + base + "a.MP3\n");
+    const std::string nul = dir.Write("nul", base + odd + '\0' + base + "c.txt");
+    const struct {
+        Strings args;
+        Strings headers;  // the file header lines, the directory's path left out
+        int status;
+    } cases[] = {
+        {{"-rq", "--ext=MP3,.mp2", base}, {"a.MP3", "new\\x0Aline\\xFF.mp3", "sub/b.mp3"}, 0},
+        {{"-rj2", "--", base + "sub", "-r"}, {"sub/b.mp3"}, 3},
+        {{"a.MP3", "-0@", nul}, {"a.MP3", "new\\x0Aline\\xFF.mp3", "c.txt"}, 0},
+        {{"-j", "3", "-@", lines, base + "c.txt"}, {"c.txt", "a.MP3", "c.txt"}, 0},
+        {{"-@", base + "none", base + "c.txt"}, {}, 2},
+    };
+    for (const auto& c : cases) {
+        const RunResult run = ::Run("cd " + Quoted({base}) + " &&" + Quoted(Strings{KZDUMP_PATH} + c.args));
+        EXPECT_EQ(run.status, c.status) << Quoted(c.args) << run.err;
+        Strings headers;
+        for (std::string line : Lines(run.out)) {
+            if (line.starts_with("  ")) continue;
+            if (line.starts_with(base)) line.erase(0, base.size());
+            headers.push_back(line.substr(0, line.size() - kTagOnly.size()));
+        }
+        EXPECT_EQ(headers, c.headers) << Quoted(c.args);
+    }
+    // JSON keeps the exact bytes of a path that is not UTF-8, beside the
+    // path with U+FFFD, and only there.
+    const RunResult json = Kzdump({"--json", "-0", "--files-from", nul});
+    EXPECT_EQ(Python(R"(import base64, json, sys
+for line in sys.stdin:
+    f = json.loads(line)
+    print(f['path'].split('/')[-1].encode('utf-8'), base64.b64decode(f.get('path_base64', '')).split(b'/')[-1])
+)", json.out), "b'new\\nline\\xef\\xbf\\xbd.mp3' b'new\\nline\\xff.mp3'\nb'c.txt' b''\n");
 }
 
 TEST(Kzdump, TracesEveryHostCall) {

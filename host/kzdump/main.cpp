@@ -14,6 +14,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <string_view>
 #include <thread>
@@ -47,8 +48,7 @@ constexpr size_t kHeldPerWorker = size_t{4} << 20;
 // wait for their turn are recycled.
 class OrderedOutput {
 public:
-    OrderedOutput(size_t jobs, size_t workers)
-        : slots_(jobs), ready_(jobs, false), heldLimit_(workers * kHeldPerWorker) {}
+    explicit OrderedOutput(size_t workers) : heldLimit_(workers * kHeldPerWorker) {}
 
     // Job `index` has written `out` so far.  When its turn has come, `out`
     // goes out now and comes back empty; otherwise it stays until it holds
@@ -66,9 +66,9 @@ public:
         std::unique_lock<std::mutex> lock(mutex_);
         if (index != next_) {
             held_ += out.size() + err.size();
-            slots_[index].out.swap(out);
-            slots_[index].err.swap(err);
-            ready_[index] = true;
+            Slot& slot = ready_[index];
+            slot.out.swap(out);
+            slot.err.swap(err);
             TakeSpare(out);
             TakeSpare(err);
             // Finished jobs waiting for their turn are bounded too.
@@ -77,12 +77,12 @@ public:
         }
         WriteJob(out, err);
         ++next_;
-        while (next_ < slots_.size() && ready_[next_]) {
-            Slot& slot = slots_[next_];
-            held_ -= slot.out.size() + slot.err.size();
-            WriteJob(slot.out, slot.err);
-            spare_.push_back(std::move(slot.out));
-            spare_.push_back(std::move(slot.err));
+        for (auto slot = ready_.begin(); slot != ready_.end() && slot->first == next_;
+             slot = ready_.erase(slot)) {
+            held_ -= slot->second.out.size() + slot->second.err.size();
+            WriteJob(slot->second.out, slot->second.err);
+            spare_.push_back(std::move(slot->second.out));
+            spare_.push_back(std::move(slot->second.err));
             ++next_;
         }
         turn_.notify_all();
@@ -151,8 +151,8 @@ private:
 
     std::mutex mutex_;
     std::condition_variable turn_;
-    std::vector<Slot> slots_;
-    std::vector<bool> ready_;
+    // Finished jobs that wait for their turn, by job number.
+    std::map<size_t, Slot> ready_;
     std::vector<std::string> spare_;
     std::string pending_;
     int writeErrno_ = 0;
@@ -163,9 +163,19 @@ private:
 
 struct Run {
     const Options& options;
-    const std::vector<Job>& jobs;
+    JobSource& source;
+    std::mutex sourceMutex;
     OrderedOutput output;
-    std::atomic<size_t> nextJob{0};
+
+    // The next job and its number; false when none is left or the output
+    // has failed.
+    bool Take(Job& job, size_t& index) {
+        if (output.Failed()) return false;
+        std::lock_guard<std::mutex> lock(sourceMutex);
+        index = source.Given();
+        return source.Next(job);
+    }
+
     std::atomic<int> exitStatus{kAllRead};
 };
 
@@ -173,8 +183,8 @@ struct Run {
 // goes out in pieces when the file's output is large.
 class FileJob {
 public:
-    FileJob(Run& run, size_t index, std::string& out)
-        : run_(run), index_(index), path_(run.jobs[index].path), out_(out), sink_(out, &Drain, this) {}
+    FileJob(Run& run, size_t index, const std::string& path, std::string& out)
+        : run_(run), index_(index), path_(path), out_(out), sink_(out, &Drain, this) {}
 
     // Reads the file; the kit's status.
     int Read(kz_host_reader* reader) {
@@ -269,23 +279,22 @@ std::string Reason(int status, const kz_host_file_info& info) {
 void Work(Run& run, kz_host_reader* reader, const std::string& readerError) {
     std::string out;
     std::string err;
-    for (size_t index = run.nextJob++; index < run.jobs.size() && !run.output.Failed();
-         index = run.nextJob++) {
-        const Job& job = run.jobs[index];
+    Job job;
+    for (size_t index = 0; run.Take(job, index);) {
         int status = kNotRead;
         if (!job.error.empty()) {
             ReportError(job.path, job.error, run.options, true, out, err);
         } else if (reader == nullptr) {
             ReportError(job.path, readerError, run.options, true, out, err);
         } else {
-            FileJob file(run, index, out);
+            FileJob file(run, index, job.path, out);
             const int read = file.Read(reader);
             if (read == KZ_HOST_OK) {
                 status = kAllRead;
             } else if (read == KZ_HOST_NOTHING_TO_READ || read == KZ_HOST_ERROR_UNFINISHED) {
                 status = kNothingToRead;
             }
-            if (read != KZ_HOST_OK && read != KZ_HOST_NOTHING_TO_READ) {
+            if (read != KZ_HOST_OK && !(read == KZ_HOST_NOTHING_TO_READ && run.options.quiet)) {
                 ReportError(job.path, Reason(read, file.Info()), run.options, !file.Started(),
                             out, err);
             }
@@ -311,6 +320,23 @@ void Worker(Run& run) {
     NewReader(run.options, reader, message);
     Work(run, reader, message);
     kz_host_reader_free(reader);
+}
+
+// The inputs, each path list open; false, with the reason on stderr, when
+// one cannot be opened.
+bool OpenLists(const Options& options, std::vector<Input>& inputs) {
+    for (const Argument& argument : options.paths) {
+        Input& input = inputs.emplace_back(Input{argument.path, nullptr});
+        if (!argument.list) continue;
+        input.list = argument.path == "-" ? stdin : std::fopen(argument.path.c_str(), "rb");
+        if (input.list == nullptr) {
+            std::string line = "kzdump: cannot read the path list ";
+            AppendPrintable(argument.path, line);
+            std::fprintf(stderr, "%s: %s\n", line.c_str(), std::strerror(errno));
+            return false;
+        }
+    }
+    return true;
 }
 
 void ReportWriteError(int error) {
@@ -355,15 +381,25 @@ int Main(int argc, char** argv) {
         return Flushed(kAllRead);
     }
 
-    const std::vector<Job> jobs = ListJobs(options.paths, options.recursive);
-    const size_t workers = std::max<size_t>(1, std::min<size_t>(options.jobs, jobs.size()));
-    Run run{options, jobs, OrderedOutput(jobs.size(), workers)};
+    std::vector<Input> inputs;
+    if (!OpenLists(options, inputs)) {
+        kz_host_reader_free(reader);
+        return kBadUsage;
+    }
+    // No more workers than files, where the number is known.
+    const bool listed = options.recursive || std::any_of(options.paths.begin(), options.paths.end(),
+                                                         [](const Argument& a) { return a.list; });
+    const size_t workers = listed ? options.jobs : std::min<size_t>(options.jobs, inputs.size());
+    JobSource source(inputs, options.recursive, options.listSeparator, options.extensions);
+    Run run{options, source, {}, OrderedOutput(workers)};
     std::vector<std::thread> threads;
     threads.reserve(workers - 1);
     for (size_t i = 1; i < workers; ++i) threads.emplace_back(Worker, std::ref(run));
     Work(run, reader, readerError);
     for (std::thread& thread : threads) thread.join();
     kz_host_reader_free(reader);
+    for (const Input& input : inputs)
+        if (input.list != nullptr && input.list != stdin) std::fclose(input.list);
     if (const int error = run.output.Flush(); error != 0) {
         ReportWriteError(error);
         return kWriteError;

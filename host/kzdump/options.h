@@ -10,17 +10,26 @@ namespace kzdump {
 
 enum class OutputMode { Text, Json, Trace };
 
+// A path to read, or (`list`) a file that lists paths; "-" is standard input.
+struct Argument {
+    std::string path;
+    bool list = false;
+};
+
 struct Options {
     OutputMode mode = OutputMode::Text;
     bool recursive = false;
     bool help = false;
     bool version = false;
     bool codes = false;      // JSON: the raw character codes too
+    bool quiet = false;      // no message for files with nothing to read
+    char listSeparator = '\n';
+    std::vector<std::string> extensions;  // lower case; empty: every file
     unsigned jobs = 1;
     uint32_t stopEvery = 0;  // 0: never answer a frame break with "stop"
     uint16_t fileType = 0;   // 0: detected from each file
     std::string filterPath;  // empty: the module the kit finds
-    std::vector<std::string> paths;
+    std::vector<Argument> paths;
 };
 
 // Fills `options` from the arguments; on bad usage returns false with a

@@ -199,6 +199,36 @@ void AppendJsonString(std::string_view text, std::string& out) {
     AppendJsonText(text, plain);
 }
 
+bool IsUtf8(std::string_view text) {
+    char32_t cp = 0;
+    for (size_t i = 0, length; i < text.size(); i += length) {
+        length = Utf8Length(text, i, cp);
+        if (length == 0) return false;
+    }
+    return true;
+}
+
+// The "path" member; a path that is not UTF-8 has U+FFFD there, and its
+// exact bytes in "path_base64" too, so that no path is lost.
+void AppendJsonPath(std::string_view path, std::string& out) {
+    out += "{\"path\":";
+    AppendJsonString(path, out);
+    if (IsUtf8(path)) return;
+    static constexpr char kBase64[] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    out += ",\"path_base64\":\"";
+    for (size_t i = 0; i < path.size(); i += 3) {
+        uint32_t group = static_cast<uint32_t>(static_cast<unsigned char>(path[i])) << 16;
+        if (i + 1 < path.size()) group |= static_cast<uint32_t>(static_cast<unsigned char>(path[i + 1])) << 8;
+        if (i + 2 < path.size()) group |= static_cast<unsigned char>(path[i + 2]);
+        out.push_back(kBase64[group >> 18]);
+        out.push_back(kBase64[(group >> 12) & 63]);
+        out.push_back(i + 1 < path.size() ? kBase64[(group >> 6) & 63] : '=');
+        out.push_back(i + 2 < path.size() ? kBase64[group & 63] : '=');
+    }
+    out.push_back('"');
+}
+
 // The "codes" member: the codes passed to SOOutChar, a line break as -5.
 void AppendJsonCodes(const uint32_t* codes, size_t count, Out& out) {
     out.text += ",\"codes\":[";
@@ -307,8 +337,7 @@ void RenderTextField(const kz_host_field& field, Out& out) {
 }
 
 void RenderJsonStart(std::string_view path, const kz_host_file_info& info, Out& out) {
-    out.text += "{\"path\":";
-    AppendJsonText(path, out);
+    AppendJsonPath(path, out.text);
     out.text += ",\"status\":";
     AppendNumber(info.open_status, out.text);
     out.text += ",\"type\":";
@@ -366,8 +395,7 @@ void RenderJsonEnd(const kz_host_file_info& info, Out& out) {
 }
 
 void RenderJsonError(std::string_view path, std::string_view reason, std::string& out) {
-    out += "{\"path\":";
-    AppendJsonString(path, out);
+    AppendJsonPath(path, out);
     out += ",\"error\":";
     AppendJsonString(reason, out);
     out += "}\n";
