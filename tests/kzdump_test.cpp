@@ -175,7 +175,7 @@ TEST(Kzdump, ExitStatusAndMessages) {
         {"-j"},                      {"--stop-every", "0", sample}, {"--stop-every", "-1", sample},
         {"--type", "70000", sample}, {"--type", "12a", sample},     {},
         {"--json", "--trace", sample}, {"--codes", sample}, {"--json=1", sample}, {"-rx", sample},
-        {"--ext", ",", sample},
+        {"--ext", ",", sample},      {"--csv", "--json", sample}, {"--fields", ",", sample},
     };
     for (const Strings& args : bad) {
         const RunResult run = Kzdump(args);
@@ -239,6 +239,34 @@ for line in sys.stdin:
     f = json.loads(line)
     print(f['path'].split('/')[-1].encode('utf-8'), base64.b64decode(f.get('path_base64', '')).split(b'/')[-1])
 )", json.out), "b'new\\nline\\xef\\xbf\\xbd.mp3' b'new\\nline\\xff.mp3'\nb'c.txt' b''\n");
+}
+
+// CSV read back by Python's csv module; TSV escapes; --fields picks the same
+// lines as the full output has, on the corpus too.
+TEST(Kzdump, ChoosesFieldsForCsvTsvAndText) {
+    TempDir dir;
+    const std::string odd = dir.Write("odd.mp3", kztest::Tag(3, Frame(3, "TIT2", Raw({0}) + Latin1("a,\"b\"\n\tc"))));
+    const Strings files = {Sample("two_tags.mp3"), Sample("v24_with_id3v1.mp3"), odd};
+    const std::string columns = "TIT2,ID3v1:genre,118";
+    const RunResult csv = Kzdump(Strings{"--csv", "--fields", columns} + files);
+    EXPECT_EQ(csv.status, 0) << csv.err;
+    EXPECT_EQ(Python("import csv, sys\nfor row in csv.reader(sys.stdin): print(row[2:])\n", csv.out),
+              "['TIT2', 'ID3v1:genre', '118']\n['First tag; Second tag', '', 'First tag; Second tag']\n"
+              "['Evening Song', '13', 'Evening Song; Evening Song']\n['a,\"b\"\\n\\tc', '', 'a,\"b\"\\n\\tc']\n");
+    const RunResult tsv = Kzdump({"--tsv", "--fields=TIT2", odd});
+    EXPECT_EQ(tsv.out, "path\ttype\tTIT2\n" + odd + "\tID3 Ver 2.x\ta,\"b\"\\n\\tc\n");
+    const Strings corpus = SampleFiles() + CorpusFiles();
+    const auto kept = [](const std::string& text, bool all) {
+        Strings lines;
+        for (const std::string& line : Lines(text))
+            if (!line.starts_with("    ") && (!line.starts_with("  ") || line.starts_with("  TIT2:") ||
+                                              line.starts_with("  ID3v1 artist:") || all))
+                lines.push_back(line);
+        return lines;
+    };
+    const RunResult chosen = Kzdump(Strings{"--fields", "TIT2,ID3v1:artist", "--stats"} + corpus);
+    EXPECT_EQ(kept(chosen.out, true), kept(Kzdump(corpus).out, false));
+    EXPECT_NE(chosen.err.find("kzdump: " + std::to_string(corpus.size()) + " files, "), std::string::npos) << chosen.err;
 }
 
 TEST(Kzdump, TracesEveryHostCall) {

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <climits>
 #include <atomic>
+#include <chrono>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdio>
@@ -95,6 +96,9 @@ public:
         return writeErrno_;
     }
 
+    // Text that goes before every job's output.
+    void Put(std::string text) { Write(text); }
+
     // Once a write has failed, no more jobs are started.
     bool Failed() {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -177,6 +181,9 @@ struct Run {
     }
 
     std::atomic<int> exitStatus{kAllRead};
+    std::atomic<size_t> tagged{0};
+    std::atomic<size_t> notRead{0};
+    std::atomic<size_t> fields{0};
 };
 
 // One file being read: the visitor or the tracer renders into `out`, which
@@ -184,7 +191,9 @@ struct Run {
 class FileJob {
 public:
     FileJob(Run& run, size_t index, const std::string& path, std::string& out)
-        : run_(run), index_(index), path_(path), out_(out), sink_(out, &Drain, this) {}
+        : run_(run), index_(index), path_(path), out_(out), sink_(out, &Drain, this),
+          table_(run.options.mode == OutputMode::Csv || run.options.mode == OutputMode::Tsv),
+          cells_(table_ ? run.options.fields.size() : 0), counts_(cells_.size()) {}
 
     // Reads the file; the kit's status.
     int Read(kz_host_reader* reader) {
@@ -202,6 +211,7 @@ public:
             status == KZ_HOST_ERROR_UNFINISHED) {
             Start();
             if (options.mode == OutputMode::Json) RenderJsonEnd(info_, sink_);
+            if (table_) RenderTableRow(path_, info_, cells_, options.mode == OutputMode::Tsv, out_);
         }
         return status;
     }
@@ -209,11 +219,34 @@ public:
     // Whether anything of the file was shown.
     bool Started() const { return started_; }
     const kz_host_file_info& Info() const { return info_; }
+    size_t Shown() const { return shown_; }
 
 private:
+    // Whether choice `i` takes the field; every field when none is chosen.
+    bool Takes(size_t i, const kz_host_field& field) const {
+        const FieldChoice& choice = run_.options.fields[i];
+        if (field.kind != KZ_HOST_ITEM_FIELD) return false;
+        return choice.number != 0 ? choice.number == field.number : choice.ident == field.ident;
+    }
+    bool Chosen(const kz_host_field& field) const {
+        for (size_t i = 0; i < run_.options.fields.size(); ++i)
+            if (Takes(i, field)) return true;
+        return run_.options.fields.empty();
+    }
+
     static int OnField(const kz_host_field* field, void* user) {
         auto* self = static_cast<FileJob*>(user);
         self->Start();
+        if (!self->Chosen(*field)) return 0;
+        ++self->shown_;
+        if (self->table_) {
+            for (size_t i = 0; i < self->cells_.size(); ++i) {
+                if (!self->Takes(i, *field)) continue;
+                if (self->counts_[i]++ != 0) self->cells_[i] += kValueSeparator;
+                self->cells_[i].append(field->text, field->text_len);
+            }
+            return 0;
+        }
         if (self->run_.options.mode == OutputMode::Json) {
             RenderJsonField(*field, self->first_, self->run_.options.codes, self->sink_);
         } else {
@@ -239,6 +272,7 @@ private:
     void Start() {
         if (started_) return;
         started_ = true;
+        if (table_) return;
         if (run_.options.mode == OutputMode::Json) {
             RenderJsonStart(path_, info_, sink_);
         } else {
@@ -254,6 +288,10 @@ private:
     kz_host_file_info info_{};
     bool started_ = false;
     bool first_ = true;
+    size_t shown_ = 0;
+    const bool table_;
+    std::vector<std::string> cells_;  // CSV and TSV: the values of each column
+    std::vector<size_t> counts_;
 };
 
 void ReportError(std::string_view path, std::string_view reason, const Options& options,
@@ -289,6 +327,7 @@ void Work(Run& run, kz_host_reader* reader, const std::string& readerError) {
         } else {
             FileJob file(run, index, job.path, out);
             const int read = file.Read(reader);
+            run.fields += file.Shown();
             if (read == KZ_HOST_OK) {
                 status = kAllRead;
             } else if (read == KZ_HOST_NOTHING_TO_READ || read == KZ_HOST_ERROR_UNFINISHED) {
@@ -300,6 +339,8 @@ void Work(Run& run, kz_host_reader* reader, const std::string& readerError) {
             }
         }
         RaiseStatus(run.exitStatus, status);
+        if (status == kAllRead) ++run.tagged;
+        if (status == kNotRead) ++run.notRead;
         run.output.Finish(index, out, err);
     }
 }
@@ -392,6 +433,14 @@ int Main(int argc, char** argv) {
     const size_t workers = listed ? options.jobs : std::min<size_t>(options.jobs, inputs.size());
     JobSource source(inputs, options.recursive, options.listSeparator, options.extensions);
     Run run{options, source, {}, OrderedOutput(workers)};
+    if (options.mode == OutputMode::Csv || options.mode == OutputMode::Tsv) {
+        std::vector<std::string> columns;
+        for (const FieldChoice& choice : options.fields) columns.push_back(choice.name);
+        std::string header;
+        RenderTableHeader(columns, options.mode == OutputMode::Tsv, header);
+        run.output.Put(std::move(header));
+    }
+    const auto start = std::chrono::steady_clock::now();
     std::vector<std::thread> threads;
     threads.reserve(workers - 1);
     for (size_t i = 1; i < workers; ++i) threads.emplace_back(Worker, std::ref(run));
@@ -403,6 +452,12 @@ int Main(int argc, char** argv) {
     if (const int error = run.output.Flush(); error != 0) {
         ReportWriteError(error);
         return kWriteError;
+    }
+    if (options.stats) {
+        const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+        std::fprintf(stderr, "kzdump: %zu files, %zu tagged, %zu not read, %zu fields, %.2f s\n",
+                     source.Given(), run.tagged.load(), run.notRead.load(), run.fields.load(),
+                     elapsed.count());
     }
     return run.exitStatus;
 }

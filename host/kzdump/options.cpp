@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <bit>
 #include <charconv>
 #include <limits>
 #include <string_view>
@@ -21,7 +22,7 @@ bool ParseNumber(std::string_view text, uint64_t low, uint64_t high, uint64_t& v
 
 enum class Id {
     Help, Version, Json, Trace, Codes, Recursive, Quiet, Null,
-    FilesFrom, Extensions, Jobs, StopEvery, Type, Filter
+    FilesFrom, Extensions, Jobs, StopEvery, Type, Filter, Fields, Csv, Tsv, Stats
 };
 
 struct Spec {
@@ -39,7 +40,12 @@ constexpr Spec kSpecs[] = {
     {"--files-from", '@', true, Id::FilesFrom}, {"--ext", '\0', true, Id::Extensions},
     {"--jobs", 'j', true, Id::Jobs},          {"--stop-every", '\0', true, Id::StopEvery},
     {"--type", '\0', true, Id::Type},         {"--filter", '\0', true, Id::Filter},
+    {"--fields", '\0', true, Id::Fields},     {"--csv", '\0', false, Id::Csv},
+    {"--tsv", '\0', false, Id::Tsv},          {"--stats", '\0', false, Id::Stats},
 };
+
+// The CSV and TSV columns when --fields is not given.
+constexpr std::string_view kDefaultColumns = "TIT2,TPE1,TALB,TYER,TRCK,TCON";
 
 const Spec* FindLong(std::string_view name) {
     for (const Spec& spec : kSpecs)
@@ -51,6 +57,28 @@ const Spec* FindShort(char name) {
     for (const Spec& spec : kSpecs)
         if (spec.shortName == name) return &spec;
     return nullptr;
+}
+
+// Comma-separated field names: identifiers, "ID3v1:title" (or "ID3v1
+// title"), or field numbers.
+bool FieldList(std::string_view text, std::vector<FieldChoice>& fields, std::string& error) {
+    while (!text.empty()) {
+        const size_t comma = text.find(',');
+        FieldChoice choice;
+        choice.name = text.substr(0, comma);
+        text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
+        if (choice.name.empty()) continue;
+        uint64_t number = 0;
+        if (ParseNumber(choice.name, 1, std::numeric_limits<uint32_t>::max(), number)) {
+            choice.number = static_cast<uint32_t>(number);
+        } else {
+            choice.ident = choice.name;
+            if (choice.ident.starts_with("ID3v1:")) choice.ident[5] = ' ';
+        }
+        fields.push_back(std::move(choice));
+    }
+    if (fields.empty()) error = "--fields needs field names, as TIT2,TPE1,ID3v1:title";
+    return !fields.empty();
 }
 
 // Comma-separated words, lower-cased, a leading dot dropped.
@@ -92,6 +120,10 @@ bool Apply(Id id, std::string_view value, Options& options, std::string& error) 
                 return false;
             }
             return true;
+        case Id::Fields: options.fields.clear(); return FieldList(value, options.fields, error);
+        case Id::Csv: options.mode = OutputMode::Csv; return true;
+        case Id::Tsv: options.mode = OutputMode::Tsv; return true;
+        case Id::Stats: options.stats = true; return true;
         case Id::Filter:
             if (value.empty()) {
                 error = "--filter needs a path";
@@ -127,7 +159,7 @@ bool Apply(Id id, std::string_view value, Options& options, std::string& error) 
 // One argument that starts with "-": a long option ("--name", "--name=value",
 // "--name value") or short options, combined as in "-rj2" or "-r -j 2".
 bool ParseOption(std::string_view arg, int& index, int argc, char** argv, Options& options,
-                 std::string& error, bool& jsonSeen, bool& traceSeen) {
+                 std::string& error, bool& jsonSeen, unsigned& modes) {
     const auto apply = [&](const Spec& spec, std::string_view shown, std::string_view rest,
                            bool restGiven) {
         std::string_view value = rest;
@@ -138,8 +170,10 @@ bool ParseOption(std::string_view arg, int& index, int argc, char** argv, Option
             }
             value = argv[++index];
         }
+        if (spec.id == Id::Json || spec.id == Id::Trace || spec.id == Id::Csv || spec.id == Id::Tsv) {
+            modes |= 1u << static_cast<unsigned>(spec.id);
+        }
         jsonSeen |= spec.id == Id::Json;
-        traceSeen |= spec.id == Id::Trace;
         return Apply(spec.id, value, options, error);
     };
     if (arg.starts_with("--")) {
@@ -177,7 +211,7 @@ bool ParseOption(std::string_view arg, int& index, int argc, char** argv, Option
 
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     bool jsonSeen = false;
-    bool traceSeen = false;
+    unsigned modes = 0;
     bool optionsEnded = false;
     for (int index = 1; index < argc; ++index) {
         const std::string_view arg = argv[index];
@@ -185,13 +219,20 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
             options.paths.push_back(Argument{std::string(arg), false});
         } else if (arg == "--") {
             optionsEnded = true;
-        } else if (!ParseOption(arg, index, argc, argv, options, error, jsonSeen, traceSeen)) {
+        } else if (!ParseOption(arg, index, argc, argv, options, error, jsonSeen, modes)) {
             return false;
         }
     }
-    if (jsonSeen && traceSeen) {
-        error = "--json and --trace cannot be combined";
+    if (std::popcount(modes) > 1) {
+        error = "only one of --json, --trace, --csv and --tsv can be given";
         return false;
+    }
+    if (!options.fields.empty() && options.mode == OutputMode::Trace) {
+        error = "--fields does not go with --trace";
+        return false;
+    }
+    if (options.fields.empty() && (options.mode == OutputMode::Csv || options.mode == OutputMode::Tsv)) {
+        FieldList(kDefaultColumns, options.fields, error);
     }
     if (options.codes && !jsonSeen) {
         error = "--codes goes with --json";
@@ -216,6 +257,22 @@ the module delivers.
 Options:
   --json            JSON Lines: one object per file (see below)
   --codes           with --json: also the raw character codes of each text
+  --csv             CSV (RFC 4180: quoted where needed, CRLF line ends): a
+                    header row, then one row per file: path, type, and the
+                    fields of --fields (default TIT2,TPE1,TALB,TYER,TRCK,
+                    TCON), a field that occurs more than once with its
+                    values joined by "; "; files that cannot be read have
+                    no row
+  --tsv             the same as tab-separated values, a tab, line feed,
+                    carriage return and backslash in a value written as
+                    \t, \n, \r and \\
+  --fields LIST     only these fields, in every output but --trace: a
+                    comma-separated list of identifiers as the text output
+                    shows them (TIT2, TXXX), ID3v1:title and the like for
+                    the trailer, or field numbers (118 takes TIT2 and the
+                    ID3v1 title); the header line of each file stays
+  --stats           at the end, a line on stderr: files, files read with
+                    tags, files not read, fields shown, seconds
   --trace           every call the module makes into the host, one per line,
                     with its arguments as received
   -r, --recursive   read the files under each directory PATH (sorted by name,

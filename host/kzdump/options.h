@@ -8,7 +8,15 @@
 
 namespace kzdump {
 
-enum class OutputMode { Text, Json, Trace };
+enum class OutputMode { Text, Json, Trace, Csv, Tsv };
+
+// A field chosen by --fields: by identifier as the text output shows it
+// ("TIT2", "ID3v1 title"), or by field number.
+struct FieldChoice {
+    std::string name;  // as given, for column headers
+    std::string ident;
+    uint32_t number = 0;  // 0: by identifier
+};
 
 // A path to read, or (`list`) a file that lists paths; "-" is standard input.
 struct Argument {
@@ -22,6 +30,8 @@ struct Options {
     bool help = false;
     bool version = false;
     bool codes = false;      // JSON: the raw character codes too
+    bool stats = false;      // a summary line on stderr at the end
+    std::vector<FieldChoice> fields;  // empty: every field (CSV: a default set)
     bool quiet = false;      // no message for files with nothing to read
     char listSeparator = '\n';
     std::vector<std::string> extensions;  // lower case; empty: every file
