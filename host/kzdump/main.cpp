@@ -3,6 +3,7 @@
 // engine does, and shows what the module delivers.
 #include "kz_host.h"
 #include "kz_id3.h"
+#include "genre.h"
 #include "options.h"
 #include "path_list.h"
 #include "render.h"
@@ -239,18 +240,29 @@ private:
         self->Start();
         if (!self->Chosen(*field)) return 0;
         ++self->shown_;
+        const bool isGenre = field->kind == KZ_HOST_ITEM_FIELD && field->number == KZ_FIELD_TCON;
+        std::string genre;
+        kz_host_field named = *field;
+        if (isGenre) {
+            genre = ShowGenre(std::string_view(field->text, field->text_len));
+            if (!self->run_.options.raw) {
+                named.text = genre.c_str();
+                named.text_len = genre.size();
+            }
+        }
         if (self->table_) {
             for (size_t i = 0; i < self->cells_.size(); ++i) {
                 if (!self->Takes(i, *field)) continue;
                 if (self->counts_[i]++ != 0) self->cells_[i] += kValueSeparator;
-                self->cells_[i].append(field->text, field->text_len);
+                self->cells_[i].append(named.text, named.text_len);
             }
             return 0;
         }
         if (self->run_.options.mode == OutputMode::Json) {
-            RenderJsonField(*field, self->first_, self->run_.options.codes, self->sink_);
+            RenderJsonField(*field, self->first_, self->run_.options.codes, isGenre ? &genre : nullptr,
+                            self->sink_);
         } else {
-            RenderTextField(*field, self->sink_);
+            RenderTextField(named, self->sink_);
         }
         self->first_ = false;
         self->sink_.Pause();

@@ -22,7 +22,7 @@ bool ParseNumber(std::string_view text, uint64_t low, uint64_t high, uint64_t& v
 
 enum class Id {
     Help, Version, Json, Trace, Codes, Recursive, Quiet, Null,
-    FilesFrom, Extensions, Jobs, StopEvery, Type, Filter, Fields, Csv, Tsv, Stats
+    FilesFrom, Extensions, Jobs, StopEvery, Type, Filter, Fields, Csv, Tsv, Stats, Raw
 };
 
 struct Spec {
@@ -42,6 +42,7 @@ constexpr Spec kSpecs[] = {
     {"--type", '\0', true, Id::Type},         {"--filter", '\0', true, Id::Filter},
     {"--fields", '\0', true, Id::Fields},     {"--csv", '\0', false, Id::Csv},
     {"--tsv", '\0', false, Id::Tsv},          {"--stats", '\0', false, Id::Stats},
+    {"--raw", '\0', false, Id::Raw},
 };
 
 // The CSV and TSV columns when --fields is not given.
@@ -124,6 +125,7 @@ bool Apply(Id id, std::string_view value, Options& options, std::string& error) 
         case Id::Csv: options.mode = OutputMode::Csv; return true;
         case Id::Tsv: options.mode = OutputMode::Tsv; return true;
         case Id::Stats: options.stats = true; return true;
+        case Id::Raw: options.raw = true; return true;
         case Id::Filter:
             if (value.empty()) {
                 error = "--filter needs a path";
@@ -271,6 +273,14 @@ Options:
                     shows them (TIT2, TXXX), ID3v1:title and the like for
                     the trailer, or field numbers (118 takes TIT2 and the
                     ID3v1 title); the header line of each file stays
+  --raw             genres as the file has them: without it, the ID3v1 genre
+                    number and the references in TCON ((13), a bare 13,
+                    (13)Pop, (RX), (CR)) show with their names from the
+                    genre list (0 to 191), as 13 (Pop), RX (Remix), CR
+                    (Cover), references joined by ", ", a refinement text
+                    after them kept after a space (13 (Pop) Pop); the JSON
+                    keeps "text" as it is and adds the named form as
+                    "genre" whatever --raw says
   --stats           at the end, a line on stderr: files, files read with
                     tags, files not read, fields shown, seconds
   --trace           every call the module makes into the host, one per line,

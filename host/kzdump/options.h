@@ -30,6 +30,7 @@ struct Options {
     bool help = false;
     bool version = false;
     bool codes = false;      // JSON: the raw character codes too
+    bool raw = false;        // genres as delivered, without their names
     bool stats = false;      // a summary line on stderr at the end
     std::vector<FieldChoice> fields;  // empty: every field (CSV: a default set)
     bool quiet = false;      // no message for files with nothing to read

@@ -345,7 +345,8 @@ void RenderJsonStart(std::string_view path, const kz_host_file_info& info, Out& 
     out.text += ",\"fields\":[";
 }
 
-void RenderJsonField(const kz_host_field& field, bool first, bool codes, Out& out) {
+void RenderJsonField(const kz_host_field& field, bool first, bool codes, const std::string* genre,
+                     Out& out) {
     if (!first) out.text.push_back(',');
     switch (field.kind) {
         case KZ_HOST_ITEM_FAILURE:
@@ -374,6 +375,10 @@ void RenderJsonField(const kz_host_field& field, bool first, bool codes, Out& ou
     out.text += ",\"text\":";
     AppendJsonText(Text(field.text, field.text_len), out);
     if (codes) AppendJsonCodes(field.codes, field.code_count, out);
+    if (genre != nullptr) {
+        out.text += ",\"genre\":";
+        AppendJsonText(*genre, out);
+    }
     out.text += ",\"strings\":[";
     for (size_t i = 0; i < field.string_count; ++i) {
         const kz_host_string& string = field.strings[i];

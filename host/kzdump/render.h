@@ -37,7 +37,9 @@ void RenderTextField(const kz_host_field& field, Out& out);
 // One JSON line per file: the start up to the fields, each field (`first`
 // for the first), the end.
 void RenderJsonStart(std::string_view path, const kz_host_file_info& info, Out& out);
-void RenderJsonField(const kz_host_field& field, bool first, bool codes, Out& out);
+// `genre`, when not null, is the named form of a genre field.
+void RenderJsonField(const kz_host_field& field, bool first, bool codes, const std::string* genre,
+                     Out& out);
 void RenderJsonEnd(const kz_host_file_info& info, Out& out);
 // The JSON line of a file that could not be read.
 void RenderJsonError(std::string_view path, std::string_view reason, std::string& out);
