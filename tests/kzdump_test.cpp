@@ -86,7 +86,7 @@ TEST(Kzdump, ShowsTheFieldsOfSamplesAndOfFilesBuiltHere) {
         {Sample("v24_with_id3v1.mp3"), kType, true,
          {"  TIT2: Evening Song", "  TPE1: The Testers", "  TRCK: 7", "  ID3v1 title: Evening Song",
           "  ID3v1 artist: The Testers", "  ID3v1 album: Sample Album", "  ID3v1 year: 2004",
-          "  ID3v1 comment: ID3v1.1 trailer", "  ID3v1 track: 7", "  ID3v1 genre: 13"}},
+          "  ID3v1 comment: ID3v1.1 trailer", "  ID3v1 track: 7", "  ID3v1 genre: 13 (Pop)"}},
         {Sample("id3v1_only.mp3"), kTypeV1, true,
          {"  ID3v1 title: Only Trailer", "  ID3v1 artist: Nobody", "  ID3v1 album:",
           "  ID3v1 year: 1999", "  ID3v1 comment: A comment that fills 30 bytes.", "  ID3v1 genre:"}},
@@ -94,7 +94,7 @@ TEST(Kzdump, ShowsTheFieldsOfSamplesAndOfFilesBuiltHere) {
          {"  TIT2: First tag", "  TPE1: Band A", "  TIT2: Second tag", "  TALB: Other album"}},
         {Sample("v22_latin1.mp3"), kType, false,
          {"  TIT2: Morning Song", "  TPE1: The Testers", "  TALB: Sample Album", "  TYER: 2001",
-          "  TRCK: 3/12", "  TCON: (13)Pop"}},
+          "  TRCK: 3/12", "  TCON: 13 (Pop) Pop"}},
         {Sample("v23_utf16.mp3"), kType, false,
          {"  TIT2: Caf\u00E9 \u00DCn\u00EFcode", "  TPE1: \u03A9mega \U0001D11E Band",
           "  TALB: Gr\u00FC\u00DFe"}},
@@ -137,12 +137,12 @@ TEST(Kzdump, ExitStatusAndMessages) {
         std::string outStart, outHas, errStart;  // errStart ending in a line feed: the whole of it
         Strings errHas;
     } cases[] = {
-        {{silent, sample}, 1, silent + ": MPEG-1 audio - Layer 3: no tags\n", "  TIT2: Second tag\n", "", {}},
+        {{silent, missing, sample}, 3, silent + ": MPEG-1 audio - Layer 3: no tags\n", "  TIT2: Second tag\n", "", {}},
         {{"--type", "1708", sample}, 0, sample + ": ID3 Ver 1.x\n", "", "", {}},
         {{"--type=9999", sample}, 0, sample + ": type 9999\n", "", "", {}},
-        {{missing, sample}, 1, "", "  TIT2: First tag\n",
+        {{missing, sample}, 3, "", "  TIT2: First tag\n",
          "kzdump: " + missing + ": No such file or directory\n", {}},
-        {{emptyDir, sample}, 1, "", "  TIT2: First tag\n", "", {emptyDir, "-r"}},
+        {{emptyDir, sample}, 3, "", "  TIT2: First tag\n", "", {emptyDir, "-r"}},
         {{"--filter", noModule, sample}, 2, "", "", "kzdump: " + noModule + ": ", {}},
         {{"--filter", services, sample}, 2, "", "", "kzdump: " + services + ": ", {"VwGetRtns"}},
         {{"--filter", KZ_MODULE_PATH, sample}, 0, "", "  TIT2: First tag\n", "", {}},
@@ -159,12 +159,23 @@ TEST(Kzdump, ExitStatusAndMessages) {
         EXPECT_TRUE(run.err.starts_with(c.errStart)) << what << run.err;
         for (const std::string& part : c.errHas) EXPECT_NE(run.err.find(part), std::string::npos) << what << run.err;
     }
+    // Output that cannot be written: status 4, the reason, and nothing more
+    // read; a closed pipe ends quietly.
+    for (const Strings& args : {Strings{sample, sample}, Strings{"--json", sample}, Strings{"--trace", sample},
+                                Strings{"--version"}, Strings{"--help"}}) {
+        const RunResult full = kztest::Run(Quoted(Strings{KZDUMP_PATH} + args) + " >/dev/full");
+        EXPECT_EQ(full.status, 4) << Quoted(args);
+        EXPECT_EQ(full.err, "kzdump: write error: No space left on device\n") << Quoted(args);
+    }
+    const RunResult piped = kztest::Run(Quoted(Strings{KZDUMP_PATH} + Strings(2000, sample)) + " | head -c 1");
+    EXPECT_EQ(piped.out + piped.err, sample.substr(0, 1));
     // Bad usage: status 2, no output and one line of error.
     const Strings bad[] = {
         {"--frobnicate", sample},    {"-j", "0", sample},           {"-j", "x", sample},
         {"-j"},                      {"--stop-every", "0", sample}, {"--stop-every", "-1", sample},
         {"--type", "70000", sample}, {"--type", "12a", sample},     {},
-        {"--json", "--trace", sample}, {"--codes", sample},
+        {"--json", "--trace", sample}, {"--codes", sample}, {"--json=1", sample}, {"-rx", sample},
+        {"--ext", ",", sample},      {"--csv", "--json", sample}, {"--fields", ",", sample},
     };
     for (const Strings& args : bad) {
         const RunResult run = Kzdump(args);
@@ -186,6 +197,102 @@ TEST(Kzdump, WalksDirectoriesInSortedOrder) {
     const std::string base = dir.path.string();
     EXPECT_EQ(headers, (Strings{base + "/B.mp3" + kTagOnly, base + "/a.mp3" + kTagOnly,
                                 base + "/b.mp3" + kTagOnly, base + "/sub/c.mp3" + kTagOnly}));
+}
+
+// Paths from lists (one a line, or NUL-separated), with any bytes; the walk
+// filtered by extension; short options combined.
+TEST(Kzdump, ReadsPathListsAndFiltersTheWalk) {
+    TempDir dir;
+    const Bytes tagged = kztest::Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'})));
+    const std::string base = dir.path.string() + "/";
+    const std::string odd = "new\nline\xFF.mp3";
+    for (const std::string name : {"a.MP3", "sub/b.mp3", "c.txt", odd.c_str()}) dir.Write(name, tagged);
+    const std::string lines = dir.Write("lines", base + "c.txt\n\n" + base + "a.MP3\n");
+    const std::string nul = dir.Write("nul", base + odd + '\0' + base + "c.txt");
+    const struct {
+        Strings args;
+        Strings headers;  // the file header lines, the directory's path left out
+        int status;
+    } cases[] = {
+        {{"-rq", "--ext=MP3,.mp2", base}, {"a.MP3", "new\\x0Aline\\xFF.mp3", "sub/b.mp3"}, 0},
+        {{"-rj2", "--", base + "sub", "-r"}, {"sub/b.mp3"}, 3},
+        {{"a.MP3", "-0@", nul}, {"a.MP3", "new\\x0Aline\\xFF.mp3", "c.txt"}, 0},
+        {{"-j", "3", "-@", lines, base + "c.txt"}, {"c.txt", "a.MP3", "c.txt"}, 0},
+        {{"-@", base + "none", base + "c.txt"}, {}, 2},
+    };
+    for (const auto& c : cases) {
+        const RunResult run = ::Run("cd " + Quoted({base}) + " &&" + Quoted(Strings{KZDUMP_PATH} + c.args));
+        EXPECT_EQ(run.status, c.status) << Quoted(c.args) << run.err;
+        Strings headers;
+        for (std::string line : Lines(run.out)) {
+            if (line.starts_with("  ")) continue;
+            if (line.starts_with(base)) line.erase(0, base.size());
+            headers.push_back(line.substr(0, line.size() - kTagOnly.size()));
+        }
+        EXPECT_EQ(headers, c.headers) << Quoted(c.args);
+    }
+    // JSON keeps the exact bytes of a path that is not UTF-8, beside the
+    // path with U+FFFD, and only there.
+    const RunResult json = Kzdump({"--json", "-0", "--files-from", nul});
+    EXPECT_EQ(Python(R"(import base64, json, sys
+for line in sys.stdin:
+    f = json.loads(line)
+    print(f['path'].split('/')[-1].encode('utf-8'), base64.b64decode(f.get('path_base64', '')).split(b'/')[-1])
+)", json.out), "b'new\\nline\\xef\\xbf\\xbd.mp3' b'new\\nline\\xff.mp3'\nb'c.txt' b''\n");
+}
+
+// CSV read back by Python's csv module; TSV escapes; --fields picks the same
+// lines as the full output has, on the corpus too.
+TEST(Kzdump, ChoosesFieldsForCsvTsvAndText) {
+    TempDir dir;
+    const std::string odd = dir.Write("odd.mp3", kztest::Tag(3, Frame(3, "TIT2", Raw({0}) + Latin1("a,\"b\"\n\tc"))));
+    const Strings files = {Sample("two_tags.mp3"), Sample("v24_with_id3v1.mp3"), odd};
+    const std::string columns = "TIT2,ID3v1:genre,118";
+    const RunResult csv = Kzdump(Strings{"--csv", "--fields", columns} + files);
+    EXPECT_EQ(csv.status, 0) << csv.err;
+    EXPECT_EQ(Python("import csv, sys\nfor row in csv.reader(sys.stdin): print(row[2:])\n", csv.out),
+              "['TIT2', 'ID3v1:genre', '118']\n['First tag; Second tag', '', 'First tag; Second tag']\n"
+              "['Evening Song', '13 (Pop)', 'Evening Song; Evening Song']\n['a,\"b\"\\n\\tc', '', 'a,\"b\"\\n\\tc']\n");
+    const RunResult tsv = Kzdump({"--tsv", "--fields=TIT2", odd});
+    EXPECT_EQ(tsv.out, "path\ttype\tTIT2\n" + odd + "\tID3 Ver 2.x\ta,\"b\"\\n\\tc\n");
+    const Strings corpus = SampleFiles() + CorpusFiles();
+    const auto kept = [](const std::string& text, bool all) {
+        Strings lines;
+        for (const std::string& line : Lines(text))
+            if (!line.starts_with("    ") && (!line.starts_with("  ") || line.starts_with("  TIT2:") ||
+                                              line.starts_with("  ID3v1 artist:") || all))
+                lines.push_back(line);
+        return lines;
+    };
+    const RunResult chosen = Kzdump(Strings{"--fields", "TIT2,ID3v1:artist", "--stats"} + corpus);
+    EXPECT_EQ(kept(chosen.out, true), kept(Kzdump(corpus).out, false));
+    EXPECT_NE(chosen.err.find("kzdump: " + std::to_string(corpus.size()) + " files, "), std::string::npos) << chosen.err;
+}
+
+// Genre references named from the genre list; --raw shows them as they are,
+// and JSON has both.
+TEST(Kzdump, NamesGenres) {
+    const struct {
+        std::string value, shown;
+    } cases[] = {
+        {"(13)", "13 (Pop)"}, {"191", "191 (Psybient)"}, {"(4)(RX)Eurodisco", "4 (Disco), RX (Remix) Eurodisco"},
+        {"(CR)", "CR (Cover)"}, {"((13) text", "(13) text"}, {"(192)", "(192)"}, {"80", "80 (Folk)"},
+        {"Pop", "Pop"},
+    };
+    Bytes frames;
+    Strings raw, shown, json;
+    for (const auto& c : cases) {
+        frames += Frame(3, "TCON", Raw({0}) + Latin1(c.value));
+        raw.push_back("  TCON: " + c.value);
+        shown.push_back("  TCON: " + c.shown);
+        json.push_back(c.shown);
+    }
+    TempDir dir;
+    const std::string file = dir.Write("genres.mp3", kztest::Tag(3, frames));
+    EXPECT_EQ(Lines(Kzdump({file}).out), Strings{file + kTagOnly} + shown);
+    EXPECT_EQ(Lines(Kzdump({"--raw", file}).out), Strings{file + kTagOnly} + raw);
+    EXPECT_EQ(Lines(Python("import json, sys\nfor f in json.loads(sys.stdin.read())['fields']: print(f['genre'])\n",
+                           Kzdump({"--json", file}).out)), json);
 }
 
 TEST(Kzdump, TracesEveryHostCall) {
@@ -304,8 +411,9 @@ for path, line, group in zip(files, lines, groups):
             label += ' "%s"' % field['description']
         label += ':'
         check(row.startswith(label), row, '/', label)
-        if plain(field['text']) and not field['strings']:
-            check(row == (label + ' ' + field['text'] if field['text'] else label), row)
+        text = field.get('genre', field['text'])
+        if plain(text) and not field['strings']:
+            check(row == (label + ' ' + text if text else label), row)
 )";
 
 TEST(Kzdump, JsonLinesParseAndAgreeWithTheTextOutput) {

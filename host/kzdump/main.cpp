@@ -3,23 +3,43 @@
 // engine does, and shows what the module delivers.
 #include "kz_host.h"
 #include "kz_id3.h"
+#include "genre.h"
 #include "options.h"
 #include "path_list.h"
 #include "render.h"
 
 #include <algorithm>
+#include <climits>
 #include <atomic>
+#include <chrono>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <mutex>
+#include <string_view>
 #include <thread>
 #include <vector>
+
+#include <unistd.h>
 
 namespace kzdump {
 
 namespace {
+
+// Exit statuses; when several apply, the highest wins.
+constexpr int kAllRead = 0;
+constexpr int kNothingToRead = 1;
+constexpr int kBadUsage = 2;
+constexpr int kNotRead = 3;
+constexpr int kWriteError = 4;
+
+void RaiseStatus(std::atomic<int>& status, int value) {
+    int current = status.load();
+    while (current < value && !status.compare_exchange_weak(current, value)) {
+    }
+}
 
 // Output of a job that is not yet its turn is held up to this many bytes per
 // worker thread; a worker that reaches it waits for its turn.
@@ -30,8 +50,7 @@ constexpr size_t kHeldPerWorker = size_t{4} << 20;
 // wait for their turn are recycled.
 class OrderedOutput {
 public:
-    OrderedOutput(size_t jobs, size_t workers)
-        : slots_(jobs), ready_(jobs, false), heldLimit_(workers * kHeldPerWorker) {}
+    explicit OrderedOutput(size_t workers) : heldLimit_(workers * kHeldPerWorker) {}
 
     // Job `index` has written `out` so far.  When its turn has come, `out`
     // goes out now and comes back empty; otherwise it stays until it holds
@@ -49,9 +68,9 @@ public:
         std::unique_lock<std::mutex> lock(mutex_);
         if (index != next_) {
             held_ += out.size() + err.size();
-            slots_[index].out.swap(out);
-            slots_[index].err.swap(err);
-            ready_[index] = true;
+            Slot& slot = ready_[index];
+            slot.out.swap(out);
+            slot.err.swap(err);
             TakeSpare(out);
             TakeSpare(err);
             // Finished jobs waiting for their turn are bounded too.
@@ -60,15 +79,31 @@ public:
         }
         WriteJob(out, err);
         ++next_;
-        while (next_ < slots_.size() && ready_[next_]) {
-            Slot& slot = slots_[next_];
-            held_ -= slot.out.size() + slot.err.size();
-            WriteJob(slot.out, slot.err);
-            spare_.push_back(std::move(slot.out));
-            spare_.push_back(std::move(slot.err));
+        for (auto slot = ready_.begin(); slot != ready_.end() && slot->first == next_;
+             slot = ready_.erase(slot)) {
+            held_ -= slot->second.out.size() + slot->second.err.size();
+            WriteJob(slot->second.out, slot->second.err);
+            spare_.push_back(std::move(slot->second.out));
+            spare_.push_back(std::move(slot->second.err));
             ++next_;
         }
         turn_.notify_all();
+    }
+
+    // Writes what is held; the errno of the first failed write, or 0.
+    int Flush() {
+        WriteAll(pending_);
+        pending_.clear();
+        return writeErrno_;
+    }
+
+    // Text that goes before every job's output.
+    void Put(std::string text) { Write(text); }
+
+    // Once a write has failed, no more jobs are started.
+    bool Failed() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return writeErrno_ != 0;
     }
 
 private:
@@ -77,14 +112,35 @@ private:
         std::string err;
     };
 
-    static void Write(std::string& out) {
-        std::fwrite(out.data(), 1, out.size(), stdout);
+    // A record that fits in PIPE_BUF goes out with the records before it in
+    // one write(2) of at most PIPE_BUF bytes, so that runs appending to one
+    // file never interleave inside a record; a larger record is written
+    // alone, as it comes.
+    void Write(std::string& out) {
+        if (pending_.size() + out.size() > PIPE_BUF) Flush();
+        if (out.size() > PIPE_BUF) {
+            WriteAll(out);
+        } else {
+            pending_ += out;
+        }
         out.clear();
     }
 
-    static void WriteJob(std::string& out, std::string& err) {
+    void WriteAll(std::string_view bytes) {
+        while (!bytes.empty() && writeErrno_ == 0) {
+            const ssize_t written = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+            if (written < 0 && errno == EINTR) continue;
+            if (written < 0) {
+                writeErrno_ = errno;
+                return;
+            }
+            bytes.remove_prefix(static_cast<size_t>(written));
+        }
+    }
+
+    void WriteJob(std::string& out, std::string& err) {
         if (!err.empty()) {
-            std::fflush(stdout);
+            Flush();
             std::fwrite(err.data(), 1, err.size(), stderr);
             err.clear();
         }
@@ -100,9 +156,11 @@ private:
 
     std::mutex mutex_;
     std::condition_variable turn_;
-    std::vector<Slot> slots_;
-    std::vector<bool> ready_;
+    // Finished jobs that wait for their turn, by job number.
+    std::map<size_t, Slot> ready_;
     std::vector<std::string> spare_;
+    std::string pending_;
+    int writeErrno_ = 0;
     size_t next_ = 0;
     size_t held_ = 0;
     const size_t heldLimit_;
@@ -110,18 +168,33 @@ private:
 
 struct Run {
     const Options& options;
-    const std::vector<Job>& jobs;
+    JobSource& source;
+    std::mutex sourceMutex;
     OrderedOutput output;
-    std::atomic<size_t> nextJob{0};
-    std::atomic<bool> someNotRead{false};
+
+    // The next job and its number; false when none is left or the output
+    // has failed.
+    bool Take(Job& job, size_t& index) {
+        if (output.Failed()) return false;
+        std::lock_guard<std::mutex> lock(sourceMutex);
+        index = source.Given();
+        return source.Next(job);
+    }
+
+    std::atomic<int> exitStatus{kAllRead};
+    std::atomic<size_t> tagged{0};
+    std::atomic<size_t> notRead{0};
+    std::atomic<size_t> fields{0};
 };
 
 // One file being read: the visitor or the tracer renders into `out`, which
 // goes out in pieces when the file's output is large.
 class FileJob {
 public:
-    FileJob(Run& run, size_t index, std::string& out)
-        : run_(run), index_(index), path_(run.jobs[index].path), out_(out), sink_(out, &Drain, this) {}
+    FileJob(Run& run, size_t index, const std::string& path, std::string& out)
+        : run_(run), index_(index), path_(path), out_(out), sink_(out, &Drain, this),
+          table_(run.options.mode == OutputMode::Csv || run.options.mode == OutputMode::Tsv),
+          cells_(table_ ? run.options.fields.size() : 0), counts_(cells_.size()) {}
 
     // Reads the file; the kit's status.
     int Read(kz_host_reader* reader) {
@@ -139,6 +212,7 @@ public:
             status == KZ_HOST_ERROR_UNFINISHED) {
             Start();
             if (options.mode == OutputMode::Json) RenderJsonEnd(info_, sink_);
+            if (table_) RenderTableRow(path_, info_, cells_, options.mode == OutputMode::Tsv, out_);
         }
         return status;
     }
@@ -146,15 +220,49 @@ public:
     // Whether anything of the file was shown.
     bool Started() const { return started_; }
     const kz_host_file_info& Info() const { return info_; }
+    size_t Shown() const { return shown_; }
 
 private:
+    // Whether choice `i` takes the field; every field when none is chosen.
+    bool Takes(size_t i, const kz_host_field& field) const {
+        const FieldChoice& choice = run_.options.fields[i];
+        if (field.kind != KZ_HOST_ITEM_FIELD) return false;
+        return choice.number != 0 ? choice.number == field.number : choice.ident == field.ident;
+    }
+    bool Chosen(const kz_host_field& field) const {
+        for (size_t i = 0; i < run_.options.fields.size(); ++i)
+            if (Takes(i, field)) return true;
+        return run_.options.fields.empty();
+    }
+
     static int OnField(const kz_host_field* field, void* user) {
         auto* self = static_cast<FileJob*>(user);
         self->Start();
+        if (!self->Chosen(*field)) return 0;
+        ++self->shown_;
+        const bool isGenre = field->kind == KZ_HOST_ITEM_FIELD && field->number == KZ_FIELD_TCON;
+        std::string genre;
+        kz_host_field named = *field;
+        if (isGenre) {
+            genre = ShowGenre(std::string_view(field->text, field->text_len));
+            if (!self->run_.options.raw) {
+                named.text = genre.c_str();
+                named.text_len = genre.size();
+            }
+        }
+        if (self->table_) {
+            for (size_t i = 0; i < self->cells_.size(); ++i) {
+                if (!self->Takes(i, *field)) continue;
+                if (self->counts_[i]++ != 0) self->cells_[i] += kValueSeparator;
+                self->cells_[i].append(named.text, named.text_len);
+            }
+            return 0;
+        }
         if (self->run_.options.mode == OutputMode::Json) {
-            RenderJsonField(*field, self->first_, self->run_.options.codes, self->sink_);
+            RenderJsonField(*field, self->first_, self->run_.options.codes, isGenre ? &genre : nullptr,
+                            self->sink_);
         } else {
-            RenderTextField(*field, self->sink_);
+            RenderTextField(named, self->sink_);
         }
         self->first_ = false;
         self->sink_.Pause();
@@ -176,6 +284,7 @@ private:
     void Start() {
         if (started_) return;
         started_ = true;
+        if (table_) return;
         if (run_.options.mode == OutputMode::Json) {
             RenderJsonStart(path_, info_, sink_);
         } else {
@@ -191,6 +300,10 @@ private:
     kz_host_file_info info_{};
     bool started_ = false;
     bool first_ = true;
+    size_t shown_ = 0;
+    const bool table_;
+    std::vector<std::string> cells_;  // CSV and TSV: the values of each column
+    std::vector<size_t> counts_;
 };
 
 void ReportError(std::string_view path, std::string_view reason, const Options& options,
@@ -216,23 +329,30 @@ std::string Reason(int status, const kz_host_file_info& info) {
 void Work(Run& run, kz_host_reader* reader, const std::string& readerError) {
     std::string out;
     std::string err;
-    for (size_t index = run.nextJob++; index < run.jobs.size(); index = run.nextJob++) {
-        const Job& job = run.jobs[index];
-        bool read = false;
+    Job job;
+    for (size_t index = 0; run.Take(job, index);) {
+        int status = kNotRead;
         if (!job.error.empty()) {
             ReportError(job.path, job.error, run.options, true, out, err);
         } else if (reader == nullptr) {
             ReportError(job.path, readerError, run.options, true, out, err);
         } else {
-            FileJob file(run, index, out);
-            const int status = file.Read(reader);
-            read = status == KZ_HOST_OK;
-            if (status != KZ_HOST_OK && status != KZ_HOST_NOTHING_TO_READ) {
-                ReportError(job.path, Reason(status, file.Info()), run.options, !file.Started(),
+            FileJob file(run, index, job.path, out);
+            const int read = file.Read(reader);
+            run.fields += file.Shown();
+            if (read == KZ_HOST_OK) {
+                status = kAllRead;
+            } else if (read == KZ_HOST_NOTHING_TO_READ || read == KZ_HOST_ERROR_UNFINISHED) {
+                status = kNothingToRead;
+            }
+            if (read != KZ_HOST_OK && !(read == KZ_HOST_NOTHING_TO_READ && run.options.quiet)) {
+                ReportError(job.path, Reason(read, file.Info()), run.options, !file.Started(),
                             out, err);
             }
         }
-        if (!read) run.someNotRead = true;
+        RaiseStatus(run.exitStatus, status);
+        if (status == kAllRead) ++run.tagged;
+        if (status == kNotRead) ++run.notRead;
         run.output.Finish(index, out, err);
     }
 }
@@ -255,16 +375,46 @@ void Worker(Run& run) {
     kz_host_reader_free(reader);
 }
 
+// The inputs, each path list open; false, with the reason on stderr, when
+// one cannot be opened.
+bool OpenLists(const Options& options, std::vector<Input>& inputs) {
+    for (const Argument& argument : options.paths) {
+        Input& input = inputs.emplace_back(Input{argument.path, nullptr});
+        if (!argument.list) continue;
+        input.list = argument.path == "-" ? stdin : std::fopen(argument.path.c_str(), "rb");
+        if (input.list == nullptr) {
+            std::string line = "kzdump: cannot read the path list ";
+            AppendPrintable(argument.path, line);
+            std::fprintf(stderr, "%s: %s\n", line.c_str(), std::strerror(errno));
+            return false;
+        }
+    }
+    return true;
+}
+
+void ReportWriteError(int error) {
+    std::fprintf(stderr, "kzdump: write error: %s\n", std::strerror(error));
+}
+
+// `status`, or kWriteError when what stdio holds cannot be written.
+int Flushed(int status) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+        ReportWriteError(errno);
+        return kWriteError;
+    }
+    return status;
+}
+
 int Main(int argc, char** argv) {
     Options options;
     std::string error;
     if (!ParseOptions(argc, argv, options, error)) {
         std::fprintf(stderr, "kzdump: %s (see kzdump --help)\n", error.c_str());
-        return 2;
+        return kBadUsage;
     }
     if (options.help) {
         std::fputs(HelpText(), stdout);
-        return 0;
+        return Flushed(kAllRead);
     }
     if (options.version) std::printf("kzdump (kz_id3) %s\n", KZ_ID3_VERSION_STRING);
     // The first worker's reader shows whether the module can be used at all.
@@ -275,28 +425,53 @@ int Main(int argc, char** argv) {
         std::string line = "kzdump: ";
         AppendPrintable(readerError, line);
         std::fprintf(stderr, "%s\n", line.c_str());
-        return 2;
+        return kBadUsage;
     }
     if (options.version) {
         std::printf("module %s: %s\n", kz_host_reader_module_path(reader),
                     kz_host_reader_module_version(reader));
         kz_host_reader_free(reader);
-        return 0;
+        return Flushed(kAllRead);
     }
-    static char outputBuffer[1 << 16];
-    std::setvbuf(stdout, outputBuffer, _IOFBF, sizeof outputBuffer);
 
-    const std::vector<Job> jobs = ListJobs(options.paths, options.recursive);
-    const size_t workers = std::max<size_t>(1, std::min<size_t>(options.jobs, jobs.size()));
-    Run run{options, jobs, OrderedOutput(jobs.size(), workers)};
+    std::vector<Input> inputs;
+    if (!OpenLists(options, inputs)) {
+        kz_host_reader_free(reader);
+        return kBadUsage;
+    }
+    // No more workers than files, where the number is known.
+    const bool listed = options.recursive || std::any_of(options.paths.begin(), options.paths.end(),
+                                                         [](const Argument& a) { return a.list; });
+    const size_t workers = listed ? options.jobs : std::min<size_t>(options.jobs, inputs.size());
+    JobSource source(inputs, options.recursive, options.listSeparator, options.extensions);
+    Run run{options, source, {}, OrderedOutput(workers)};
+    if (options.mode == OutputMode::Csv || options.mode == OutputMode::Tsv) {
+        std::vector<std::string> columns;
+        for (const FieldChoice& choice : options.fields) columns.push_back(choice.name);
+        std::string header;
+        RenderTableHeader(columns, options.mode == OutputMode::Tsv, header);
+        run.output.Put(std::move(header));
+    }
+    const auto start = std::chrono::steady_clock::now();
     std::vector<std::thread> threads;
     threads.reserve(workers - 1);
     for (size_t i = 1; i < workers; ++i) threads.emplace_back(Worker, std::ref(run));
     Work(run, reader, readerError);
     for (std::thread& thread : threads) thread.join();
     kz_host_reader_free(reader);
-    std::fflush(stdout);
-    return run.someNotRead ? 1 : 0;
+    for (const Input& input : inputs)
+        if (input.list != nullptr && input.list != stdin) std::fclose(input.list);
+    if (const int error = run.output.Flush(); error != 0) {
+        ReportWriteError(error);
+        return kWriteError;
+    }
+    if (options.stats) {
+        const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+        std::fprintf(stderr, "kzdump: %zu files, %zu tagged, %zu not read, %zu fields, %.2f s\n",
+                     source.Given(), run.tagged.load(), run.notRead.load(), run.fields.load(),
+                     elapsed.count());
+    }
+    return run.exitStatus;
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 #include "options.h"
 
+#include <bit>
 #include <charconv>
 #include <limits>
 #include <string_view>
+#include <utility>
 
 namespace kzdump {
 
@@ -18,79 +20,192 @@ bool ParseNumber(std::string_view text, uint64_t low, uint64_t high, uint64_t& v
     return ec == std::errc() && stop == end && value >= low && value <= high;
 }
 
-struct ValueOption {
-    std::string_view longName;
-    char shortName;
+enum class Id {
+    Help, Version, Json, Trace, Codes, Recursive, Quiet, Null,
+    FilesFrom, Extensions, Jobs, StopEvery, Type, Filter, Fields, Csv, Tsv, Stats, Raw
 };
 
-constexpr ValueOption kValueOptions[] = {
-    {"--jobs", 'j'}, {"--stop-every", '\0'}, {"--type", '\0'}, {"--filter", '\0'}};
+struct Spec {
+    std::string_view longName;
+    char shortName;
+    bool takesValue;
+    Id id;
+};
 
-// Splits "--name=value", "--name value", "-jN" and "-j N" forms.  Returns
-// false when `arg` is not a value option; sets `missing` when it is one but
-// no value follows.
-bool TakeValue(std::string_view arg, int& index, int argc, char** argv, std::string_view& name,
-               std::string_view& value, bool& missing) {
-    for (const ValueOption& option : kValueOptions) {
-        const std::string_view longName = option.longName;
-        if (arg.starts_with(longName) && arg.size() > longName.size() &&
-            arg[longName.size()] == '=') {
-            name = longName;
-            value = arg.substr(longName.size() + 1);
-            return true;
+constexpr Spec kSpecs[] = {
+    {"--help", 'h', false, Id::Help},         {"--version", '\0', false, Id::Version},
+    {"--json", '\0', false, Id::Json},        {"--trace", '\0', false, Id::Trace},
+    {"--codes", '\0', false, Id::Codes},      {"--recursive", 'r', false, Id::Recursive},
+    {"--quiet", 'q', false, Id::Quiet},       {"--null", '0', false, Id::Null},
+    {"--files-from", '@', true, Id::FilesFrom}, {"--ext", '\0', true, Id::Extensions},
+    {"--jobs", 'j', true, Id::Jobs},          {"--stop-every", '\0', true, Id::StopEvery},
+    {"--type", '\0', true, Id::Type},         {"--filter", '\0', true, Id::Filter},
+    {"--fields", '\0', true, Id::Fields},     {"--csv", '\0', false, Id::Csv},
+    {"--tsv", '\0', false, Id::Tsv},          {"--stats", '\0', false, Id::Stats},
+    {"--raw", '\0', false, Id::Raw},
+};
+
+// The CSV and TSV columns when --fields is not given.
+constexpr std::string_view kDefaultColumns = "TIT2,TPE1,TALB,TYER,TRCK,TCON";
+
+const Spec* FindLong(std::string_view name) {
+    for (const Spec& spec : kSpecs)
+        if (spec.longName == name) return &spec;
+    return nullptr;
+}
+
+const Spec* FindShort(char name) {
+    for (const Spec& spec : kSpecs)
+        if (spec.shortName == name) return &spec;
+    return nullptr;
+}
+
+// Comma-separated field names: identifiers, "ID3v1:title" (or "ID3v1
+// title"), or field numbers.
+bool FieldList(std::string_view text, std::vector<FieldChoice>& fields, std::string& error) {
+    while (!text.empty()) {
+        const size_t comma = text.find(',');
+        FieldChoice choice;
+        choice.name = text.substr(0, comma);
+        text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
+        if (choice.name.empty()) continue;
+        uint64_t number = 0;
+        if (ParseNumber(choice.name, 1, std::numeric_limits<uint32_t>::max(), number)) {
+            choice.number = static_cast<uint32_t>(number);
+        } else {
+            choice.ident = choice.name;
+            if (choice.ident.starts_with("ID3v1:")) choice.ident[5] = ' ';
         }
-        const bool shortForm = option.shortName != '\0' && arg.size() >= 2 && arg[0] == '-' &&
-                               arg[1] == option.shortName;
-        if (arg == longName || (shortForm && arg.size() == 2)) {
-            name = longName;
-            if (index + 1 >= argc) {
-                missing = true;
-            } else {
-                value = argv[++index];
+        fields.push_back(std::move(choice));
+    }
+    if (fields.empty()) error = "--fields needs field names, as TIT2,TPE1,ID3v1:title";
+    return !fields.empty();
+}
+
+// Comma-separated words, lower-cased, a leading dot dropped.
+std::vector<std::string> ExtensionList(std::string_view text) {
+    std::vector<std::string> words;
+    while (!text.empty()) {
+        const size_t comma = text.find(',');
+        std::string word(text.substr(0, comma));
+        text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
+        if (word.starts_with('.')) word.erase(0, 1);
+        for (char& c : word) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+        if (!word.empty()) words.push_back(std::move(word));
+    }
+    return words;
+}
+
+bool Apply(Id id, std::string_view value, Options& options, std::string& error) {
+    uint64_t number = 0;
+    switch (id) {
+        case Id::Help: options.help = true; return true;
+        case Id::Version: options.version = true; return true;
+        case Id::Json: options.mode = OutputMode::Json; return true;
+        case Id::Trace: options.mode = OutputMode::Trace; return true;
+        case Id::Codes: options.codes = true; return true;
+        case Id::Recursive: options.recursive = true; return true;
+        case Id::Quiet: options.quiet = true; return true;
+        case Id::Null: options.listSeparator = '\0'; return true;
+        case Id::FilesFrom:
+            if (value.empty()) {
+                error = "--files-from needs a file ('-' for standard input)";
+                return false;
+            }
+            options.paths.push_back(Argument{std::string(value), true});
+            return true;
+        case Id::Extensions:
+            options.extensions = ExtensionList(value);
+            if (options.extensions.empty()) {
+                error = "--ext needs extensions, as mp3,mp2";
+                return false;
             }
             return true;
-        }
-        if (shortForm) {
-            name = longName;
-            value = arg.substr(2);
+        case Id::Fields: options.fields.clear(); return FieldList(value, options.fields, error);
+        case Id::Csv: options.mode = OutputMode::Csv; return true;
+        case Id::Tsv: options.mode = OutputMode::Tsv; return true;
+        case Id::Stats: options.stats = true; return true;
+        case Id::Raw: options.raw = true; return true;
+        case Id::Filter:
+            if (value.empty()) {
+                error = "--filter needs a path";
+                return false;
+            }
+            options.filterPath = value;
             return true;
-        }
+        case Id::Jobs:
+            if (!ParseNumber(value, 1, kMaxJobs, number)) {
+                error = "bad number for -j: '" + std::string(value) + "' (1 to 256)";
+                return false;
+            }
+            options.jobs = static_cast<unsigned>(number);
+            return true;
+        case Id::StopEvery:
+            if (!ParseNumber(value, 1, std::numeric_limits<uint32_t>::max(), number)) {
+                error = "bad number for --stop-every: '" + std::string(value) + "' (1 or more)";
+                return false;
+            }
+            options.stopEvery = static_cast<uint32_t>(number);
+            return true;
+        case Id::Type:
+            if (!ParseNumber(value, 0, std::numeric_limits<uint16_t>::max(), number)) {
+                error = "bad number for --type: '" + std::string(value) + "' (0 to 65535)";
+                return false;
+            }
+            options.fileType = static_cast<uint16_t>(number);
+            return true;
     }
     return false;
 }
 
-bool ApplyValue(std::string_view name, std::string_view value, Options& options,
-                std::string& error) {
-    uint64_t number = 0;
-    if (name == "--filter") {
-        if (value.empty()) {
-            error = "--filter needs a path";
+// One argument that starts with "-": a long option ("--name", "--name=value",
+// "--name value") or short options, combined as in "-rj2" or "-r -j 2".
+bool ParseOption(std::string_view arg, int& index, int argc, char** argv, Options& options,
+                 std::string& error, bool& jsonSeen, unsigned& modes) {
+    const auto apply = [&](const Spec& spec, std::string_view shown, std::string_view rest,
+                           bool restGiven) {
+        std::string_view value = rest;
+        if (spec.takesValue && !restGiven) {
+            if (index + 1 >= argc) {
+                error = "option '" + std::string(shown) + "' needs a value";
+                return false;
+            }
+            value = argv[++index];
+        }
+        if (spec.id == Id::Json || spec.id == Id::Trace || spec.id == Id::Csv || spec.id == Id::Tsv) {
+            modes |= 1u << static_cast<unsigned>(spec.id);
+        }
+        jsonSeen |= spec.id == Id::Json;
+        return Apply(spec.id, value, options, error);
+    };
+    if (arg.starts_with("--")) {
+        const size_t equals = arg.find('=');
+        const std::string_view name = arg.substr(0, equals);
+        const Spec* spec = FindLong(name);
+        if (spec == nullptr) {
+            error = "unknown option '" + std::string(name) + "'";
             return false;
         }
-        options.filterPath = value;
-        return true;
-    }
-    if (name == "--jobs") {
-        if (!ParseNumber(value, 1, kMaxJobs, number)) {
-            error = "bad number for -j: '" + std::string(value) + "' (1 to 256)";
+        if (equals != std::string_view::npos && !spec->takesValue) {
+            error = "option '" + std::string(name) + "' takes no value";
             return false;
         }
-        options.jobs = static_cast<unsigned>(number);
-        return true;
+        const bool given = equals != std::string_view::npos;
+        return apply(*spec, name, given ? arg.substr(equals + 1) : std::string_view(), given);
     }
-    if (name == "--stop-every") {
-        if (!ParseNumber(value, 1, std::numeric_limits<uint32_t>::max(), number)) {
-            error = "bad number for --stop-every: '" + std::string(value) + "' (1 or more)";
+    for (size_t at = 1; at < arg.size(); ++at) {
+        const Spec* spec = FindShort(arg[at]);
+        const std::string shown = std::string("-") + arg[at];
+        if (spec == nullptr) {
+            error = "unknown option '" + shown + "'";
             return false;
         }
-        options.stopEvery = static_cast<uint32_t>(number);
-        return true;
+        if (spec->takesValue) {
+            const std::string_view rest = arg.substr(at + 1);
+            return apply(*spec, shown, rest, !rest.empty());
+        }
+        if (!apply(*spec, shown, {}, false)) return false;
     }
-    if (!ParseNumber(value, 0, std::numeric_limits<uint16_t>::max(), number)) {
-        error = "bad number for --type: '" + std::string(value) + "' (0 to 65535)";
-        return false;
-    }
-    options.fileType = static_cast<uint16_t>(number);
     return true;
 }
 
@@ -98,60 +213,28 @@ bool ApplyValue(std::string_view name, std::string_view value, Options& options,
 
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     bool jsonSeen = false;
-    bool traceSeen = false;
+    unsigned modes = 0;
     bool optionsEnded = false;
     for (int index = 1; index < argc; ++index) {
         const std::string_view arg = argv[index];
         if (optionsEnded || arg == "-" || !arg.starts_with('-')) {
-            options.paths.emplace_back(arg);
-            continue;
-        }
-        if (arg == "--") {
+            options.paths.push_back(Argument{std::string(arg), false});
+        } else if (arg == "--") {
             optionsEnded = true;
-            continue;
-        }
-        if (arg == "--help" || arg == "-h") {
-            options.help = true;
-            continue;
-        }
-        if (arg == "--version") {
-            options.version = true;
-            continue;
-        }
-        if (arg == "--json") {
-            jsonSeen = true;
-            options.mode = OutputMode::Json;
-            continue;
-        }
-        if (arg == "--trace") {
-            traceSeen = true;
-            options.mode = OutputMode::Trace;
-            continue;
-        }
-        if (arg == "--codes") {
-            options.codes = true;
-            continue;
-        }
-        if (arg == "-r" || arg == "--recursive") {
-            options.recursive = true;
-            continue;
-        }
-        std::string_view name;
-        std::string_view value;
-        bool missing = false;
-        if (!TakeValue(arg, index, argc, argv, name, value, missing)) {
-            error = "unknown option '" + std::string(arg) + "'";
+        } else if (!ParseOption(arg, index, argc, argv, options, error, jsonSeen, modes)) {
             return false;
         }
-        if (missing) {
-            error = "option '" + std::string(arg) + "' needs a value";
-            return false;
-        }
-        if (!ApplyValue(name, value, options, error)) return false;
     }
-    if (jsonSeen && traceSeen) {
-        error = "--json and --trace cannot be combined";
+    if (std::popcount(modes) > 1) {
+        error = "only one of --json, --trace, --csv and --tsv can be given";
         return false;
+    }
+    if (!options.fields.empty() && options.mode == OutputMode::Trace) {
+        error = "--fields does not go with --trace";
+        return false;
+    }
+    if (options.fields.empty() && (options.mode == OutputMode::Csv || options.mode == OutputMode::Tsv)) {
+        FieldList(kDefaultColumns, options.fields, error);
     }
     if (options.codes && !jsonSeen) {
         error = "--codes goes with --json";
@@ -166,6 +249,7 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
 
 const char* HelpText() {
     return R"HELP(Usage: kzdump [OPTIONS] PATH...
+       kzdump [OPTIONS] -@ LIST
        kzdump --version
 
 Reads each file through the host kit libkz_host.so, which loads the ID3
@@ -175,11 +259,48 @@ the module delivers.
 Options:
   --json            JSON Lines: one object per file (see below)
   --codes           with --json: also the raw character codes of each text
+  --csv             CSV (RFC 4180: quoted where needed, CRLF line ends): a
+                    header row, then one row per file: path, type, and the
+                    fields of --fields (default TIT2,TPE1,TALB,TYER,TRCK,
+                    TCON), a field that occurs more than once with its
+                    values joined by "; "; files that cannot be read have
+                    no row
+  --tsv             the same as tab-separated values, a tab, line feed,
+                    carriage return and backslash in a value written as
+                    \t, \n, \r and \\
+  --fields LIST     only these fields, in every output but --trace: a
+                    comma-separated list of identifiers as the text output
+                    shows them (TIT2, TXXX), ID3v1:title and the like for
+                    the trailer, or field numbers (118 takes TIT2 and the
+                    ID3v1 title); the header line of each file stays
+  --raw             genres as the file has them: without it, the ID3v1 genre
+                    number and the references in TCON ((13), a bare 13,
+                    (13)Pop, (RX), (CR)) show with their names from the
+                    genre list (0 to 191), as 13 (Pop), RX (Remix), CR
+                    (Cover), references joined by ", ", a refinement text
+                    after them kept after a space (13 (Pop) Pop); the JSON
+                    keeps "text" as it is and adds the named form as
+                    "genre" whatever --raw says
+  --stats           at the end, a line on stderr: files, files read with
+                    tags, files not read, fields shown, seconds
   --trace           every call the module makes into the host, one per line,
                     with its arguments as received
   -r, --recursive   read the files under each directory PATH (sorted by name,
                     directories entered in the same order; symbolic links to
                     directories are not followed)
+  --ext LIST        with -r: only the files whose names end in one of these
+                    comma-separated extensions, in any case (--ext mp3,mp2);
+                    paths named as arguments or in lists are read whatever
+                    their names
+  -@, --files-from FILE
+                    read the paths listed in FILE, one a line ('-' for the
+                    standard input), where this option stands among the
+                    arguments; blank lines are skipped; a path is taken as
+                    it stands, every byte but the line feed kept
+  -0, --null        the lists of -@ are separated by NUL bytes, as written
+                    by find -print0, so a path may hold any byte
+  -q, --quiet       no message for files with nothing to read (the exit
+                    status is still 1)
   -j, --jobs N      N worker threads (1 to 256, default 1), each with its own
                     module context; the output order is the order of the
                     arguments and of the sorted walk whatever N is
@@ -202,6 +323,9 @@ Options:
                     version marker it exports
   -h, --help        this text
   --                end of options: every later argument is a path
+Short options combine, as in -rj2 or -rq0@ list; a value follows its option
+(-j2, -j 2, --jobs=2, --jobs 2).  Paths may hold any bytes; in the text
+output, bytes that are not UTF-8 and control characters show as \xNN.
 
 Environment:
   KZ_ID3_MODULE     the module to load when --filter is not given; when it is
@@ -266,21 +390,29 @@ JSON output (--json), one object per file:
     {"failure": N}
   With --codes, every "text" has a "codes" array beside it: the exact codes
   the module passed to SOOutChar, a line break (SOOutSpecial 5) as -5.  A
-  file that could not be opened gives {"path":..., "error": reason}.
+  file that could not be opened gives {"path":..., "error": reason}.  A path
+  that is not valid UTF-8 has U+FFFD in "path" for each byte that is not,
+  and "path_base64" beside it holding its exact bytes (base64); a valid
+  path has no "path_base64".
 
 Output is written as it is made: with -j 1 a file's fields appear as they
 arrive; with -j N a worker holds at most 4 MiB of output that is not yet its
 turn, then waits for it.
 
-Exit status:
+Exit status (when several apply, the highest):
   0  every file was read
-  1  some file could not be read: missing, unreadable, not a regular file, a
-     directory without -r, larger than 4 GiB, no tags found (open status 51
-     or another non-zero status), or the module did not finish it
+  1  some file had nothing to read: no tags found (open status 51 or another
+     non-zero status), or the module did not finish it
   2  bad usage (unknown option, bad number, no path), or the module could not
      be loaded or lacks VwGetRtns or an entry point
+  3  some file could not be read: missing, unreadable, not a regular file, a
+     directory without -r, larger than 4 GiB, or an I/O error
+  4  the output could not be written (disk full, I/O error); kzdump stops
 Errors are reported on stderr, one line each, naming the path; the other
-files are still read.
+files are still read.  A closed pipe (kzdump ... | head) ends kzdump quietly.
+Each file's text block or JSON line is written with one write(2) when it
+fits in 4096 bytes (PIPE_BUF), so that runs appending to one file never mix
+their records.
 )HELP";
 }
 

@@ -8,7 +8,21 @@
 
 namespace kzdump {
 
-enum class OutputMode { Text, Json, Trace };
+enum class OutputMode { Text, Json, Trace, Csv, Tsv };
+
+// A field chosen by --fields: by identifier as the text output shows it
+// ("TIT2", "ID3v1 title"), or by field number.
+struct FieldChoice {
+    std::string name;  // as given, for column headers
+    std::string ident;
+    uint32_t number = 0;  // 0: by identifier
+};
+
+// A path to read, or (`list`) a file that lists paths; "-" is standard input.
+struct Argument {
+    std::string path;
+    bool list = false;
+};
 
 struct Options {
     OutputMode mode = OutputMode::Text;
@@ -16,11 +30,17 @@ struct Options {
     bool help = false;
     bool version = false;
     bool codes = false;      // JSON: the raw character codes too
+    bool raw = false;        // genres as delivered, without their names
+    bool stats = false;      // a summary line on stderr at the end
+    std::vector<FieldChoice> fields;  // empty: every field (CSV: a default set)
+    bool quiet = false;      // no message for files with nothing to read
+    char listSeparator = '\n';
+    std::vector<std::string> extensions;  // lower case; empty: every file
     unsigned jobs = 1;
     uint32_t stopEvery = 0;  // 0: never answer a frame break with "stop"
     uint16_t fileType = 0;   // 0: detected from each file
     std::string filterPath;  // empty: the module the kit finds
-    std::vector<std::string> paths;
+    std::vector<Argument> paths;
 };
 
 // Fills `options` from the arguments; on bad usage returns false with a

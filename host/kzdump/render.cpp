@@ -199,6 +199,36 @@ void AppendJsonString(std::string_view text, std::string& out) {
     AppendJsonText(text, plain);
 }
 
+bool IsUtf8(std::string_view text) {
+    char32_t cp = 0;
+    for (size_t i = 0, length; i < text.size(); i += length) {
+        length = Utf8Length(text, i, cp);
+        if (length == 0) return false;
+    }
+    return true;
+}
+
+// The "path" member; a path that is not UTF-8 has U+FFFD there, and its
+// exact bytes in "path_base64" too, so that no path is lost.
+void AppendJsonPath(std::string_view path, std::string& out) {
+    out += "{\"path\":";
+    AppendJsonString(path, out);
+    if (IsUtf8(path)) return;
+    static constexpr char kBase64[] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    out += ",\"path_base64\":\"";
+    for (size_t i = 0; i < path.size(); i += 3) {
+        uint32_t group = static_cast<uint32_t>(static_cast<unsigned char>(path[i])) << 16;
+        if (i + 1 < path.size()) group |= static_cast<uint32_t>(static_cast<unsigned char>(path[i + 1])) << 8;
+        if (i + 2 < path.size()) group |= static_cast<unsigned char>(path[i + 2]);
+        out.push_back(kBase64[group >> 18]);
+        out.push_back(kBase64[(group >> 12) & 63]);
+        out.push_back(i + 1 < path.size() ? kBase64[(group >> 6) & 63] : '=');
+        out.push_back(i + 2 < path.size() ? kBase64[group & 63] : '=');
+    }
+    out.push_back('"');
+}
+
 // The "codes" member: the codes passed to SOOutChar, a line break as -5.
 void AppendJsonCodes(const uint32_t* codes, size_t count, Out& out) {
     out.text += ",\"codes\":[";
@@ -307,8 +337,7 @@ void RenderTextField(const kz_host_field& field, Out& out) {
 }
 
 void RenderJsonStart(std::string_view path, const kz_host_file_info& info, Out& out) {
-    out.text += "{\"path\":";
-    AppendJsonText(path, out);
+    AppendJsonPath(path, out.text);
     out.text += ",\"status\":";
     AppendNumber(info.open_status, out.text);
     out.text += ",\"type\":";
@@ -316,7 +345,8 @@ void RenderJsonStart(std::string_view path, const kz_host_file_info& info, Out& 
     out.text += ",\"fields\":[";
 }
 
-void RenderJsonField(const kz_host_field& field, bool first, bool codes, Out& out) {
+void RenderJsonField(const kz_host_field& field, bool first, bool codes, const std::string* genre,
+                     Out& out) {
     if (!first) out.text.push_back(',');
     switch (field.kind) {
         case KZ_HOST_ITEM_FAILURE:
@@ -345,6 +375,10 @@ void RenderJsonField(const kz_host_field& field, bool first, bool codes, Out& ou
     out.text += ",\"text\":";
     AppendJsonText(Text(field.text, field.text_len), out);
     if (codes) AppendJsonCodes(field.codes, field.code_count, out);
+    if (genre != nullptr) {
+        out.text += ",\"genre\":";
+        AppendJsonText(*genre, out);
+    }
     out.text += ",\"strings\":[";
     for (size_t i = 0; i < field.string_count; ++i) {
         const kz_host_string& string = field.strings[i];
@@ -366,11 +400,69 @@ void RenderJsonEnd(const kz_host_file_info& info, Out& out) {
 }
 
 void RenderJsonError(std::string_view path, std::string_view reason, std::string& out) {
-    out += "{\"path\":";
-    AppendJsonString(path, out);
+    AppendJsonPath(path, out);
     out += ",\"error\":";
     AppendJsonString(reason, out);
     out += "}\n";
+}
+
+namespace {
+
+// A cell as valid UTF-8 (other bytes as U+FFFD), quoted or escaped.
+void AppendCell(std::string_view text, bool tsv, std::string& out) {
+    std::string cell;
+    Out sink(cell, nullptr, nullptr);
+    Walk(
+        text, sink, [](unsigned char b) { return b < 0x80; },
+        [&cell](const char* begin, size_t length) { cell.append(begin, length); },
+        [&cell](char32_t cp) { AppendUtf8(cp, cell); });
+    if (tsv) {
+        for (const char c : cell) {
+            switch (c) {
+                case '\t': out += "\\t"; break;
+                case '\n': out += "\\n"; break;
+                case '\r': out += "\\r"; break;
+                case '\\': out += "\\\\"; break;
+                default: out.push_back(c);
+            }
+        }
+        return;
+    }
+    if (cell.find_first_of(",\"\r\n") == std::string::npos) {
+        out += cell;
+        return;
+    }
+    out.push_back('"');
+    for (const char c : cell) {
+        if (c == '"') out.push_back('"');
+        out.push_back(c);
+    }
+    out.push_back('"');
+}
+
+void EndRow(bool tsv, std::string& out) { out += tsv ? "\n" : "\r\n"; }
+
+}  // namespace
+
+void RenderTableHeader(const std::vector<std::string>& columns, bool tsv, std::string& out) {
+    out += tsv ? "path\ttype" : "path,type";
+    for (const std::string& column : columns) {
+        out.push_back(tsv ? '\t' : ',');
+        AppendCell(column, tsv, out);
+    }
+    EndRow(tsv, out);
+}
+
+void RenderTableRow(std::string_view path, const kz_host_file_info& info,
+                    const std::vector<std::string>& cells, bool tsv, std::string& out) {
+    AppendCell(path, tsv, out);
+    out.push_back(tsv ? '\t' : ',');
+    AppendCell(info.type_name, tsv, out);
+    for (const std::string& cell : cells) {
+        out.push_back(tsv ? '\t' : ',');
+        AppendCell(cell, tsv, out);
+    }
+    EndRow(tsv, out);
 }
 
 void RenderTraceCall(std::string_view path, const kz_host_call& call, Out& out) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kzdump {
 
@@ -36,10 +37,20 @@ void RenderTextField(const kz_host_field& field, Out& out);
 // One JSON line per file: the start up to the fields, each field (`first`
 // for the first), the end.
 void RenderJsonStart(std::string_view path, const kz_host_file_info& info, Out& out);
-void RenderJsonField(const kz_host_field& field, bool first, bool codes, Out& out);
+// `genre`, when not null, is the named form of a genre field.
+void RenderJsonField(const kz_host_field& field, bool first, bool codes, const std::string* genre,
+                     Out& out);
 void RenderJsonEnd(const kz_host_file_info& info, Out& out);
 // The JSON line of a file that could not be read.
 void RenderJsonError(std::string_view path, std::string_view reason, std::string& out);
+
+// CSV (RFC 4180, CRLF line ends) or TSV (tab, line feed, backslash and
+// carriage return escaped as \t \n \\ \r): the header row, then one row per
+// file, each cell's values joined by kValueSeparator.
+constexpr std::string_view kValueSeparator = "; ";
+void RenderTableHeader(const std::vector<std::string>& columns, bool tsv, std::string& out);
+void RenderTableRow(std::string_view path, const kz_host_file_info& info,
+                    const std::vector<std::string>& cells, bool tsv, std::string& out);
 
 // One trace line per host call; the call that reports VwStreamOpen starts
 // the file with its path.
