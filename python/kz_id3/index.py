@@ -254,6 +254,8 @@ def merge(db: PathLike, shards: Iterable[PathLike]) -> int:
     connection = connect(db)
     merged = 0
     try:
+        if connection.execute("SELECT count(*) FROM files").fetchone()[0] == 0:
+            connection.execute("DROP INDEX IF EXISTS fields_by_text")  # built once, below
         for shard in shards:
             connection.execute("ATTACH DATABASE ? AS shard", (os.fspath(shard),))
             try:
@@ -275,6 +277,7 @@ def merge(db: PathLike, shards: Iterable[PathLike]) -> int:
                 raise
             finally:
                 connection.execute("DETACH DATABASE shard")
+        connection.executescript(_SCHEMA)
     finally:
         connection.close()
     return merged
