@@ -44,7 +44,7 @@ from kz_id3 import index  # noqa: E402
 
 def build(build_dir: Path) -> None:
     subprocess.run(["cmake", "-S", str(ROOT), "-B", str(build_dir), "-DCMAKE_BUILD_TYPE=Release",
-                    "-DKZ_TESTS=OFF"], check=True, stdout=subprocess.DEVNULL)
+                    "-DKZ_ID3_BUILD_TESTS=OFF"], check=True, stdout=subprocess.DEVNULL)
     subprocess.run(["cmake", "--build", str(build_dir), "-j2", "--target", "kz_host", "kz_id3",
                     "kz_bench_corpus"], check=True, stdout=subprocess.DEVNULL)
     os.environ["KZ_HOST_LIBRARY"] = str(build_dir / "lib" / "libkz_host.so")
