@@ -22,13 +22,15 @@ if "KZ_ID3_MODULE" in os.environ:
 def kzdump_records(paths):
     """kzdump --json of the paths, by path, in the form of Tags.as_dict():
     without "codes" and "strings", with "id3v1" (kzdump names the fields of
-    the trailer "ID3v1 ...")."""
+    the trailer "ID3v1 ..."), and without "genre", the genre names that
+    kzdump adds to the raw text and the package does not."""
     lines = subprocess.run([*KZDUMP, "--json", *paths], capture_output=True, text=True).stdout
     records = {}
     for line in lines.splitlines():
         record = json.loads(line)
         for field in record["fields"]:
             field.pop("codes", None)
+            field.pop("genre", None)
             if field.pop("strings", None) is not None:
                 field["id3v1"] = field["id"].startswith("ID3v1 ")
         records[record["path"]] = record

@@ -27,7 +27,7 @@ def test_command_prints_like_kzdump():
     json_lines = run_cli("--json", "-j", "2", *FILES).stdout
     assert [json.loads(line) for line in json_lines.splitlines()] == \
         list(kzdump_records(FILES).values())
-    text = subprocess.run([*KZDUMP, *FILES], capture_output=True, text=True).stdout
+    text = subprocess.run([*KZDUMP, "--raw", *FILES], capture_output=True, text=True).stdout
     assert run_cli(*FILES).stdout == text
 
 
