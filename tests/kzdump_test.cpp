@@ -169,6 +169,29 @@ TEST(Kzdump, ExitStatusAndMessages) {
     }
     const RunResult piped = kztest::Run(Quoted(Strings{KZDUMP_PATH} + Strings(2000, sample)) + " | head -c 1");
     EXPECT_EQ(piped.out + piped.err, sample.substr(0, 1));
+    // The progress line, once half a second has passed: drawn with \r and
+    // cleared at the end; by default only when stderr is a terminal (script
+    // makes one) and stdout is not, and not with -q.
+    const struct {
+        Strings args;
+        bool terminal, drawn;
+    } progress[] = {
+        {{"--progress"}, false, true}, {{}, false, false}, {{}, true, true},
+        {{"-q"}, true, false}, {{"--progress", "--no-progress"}, true, false},
+    };
+    for (const auto& c : progress) {
+        const std::string command = "(echo" + Quoted({sample}) + "; sleep 0.8; echo" + Quoted({sample}) + ") |" +
+                                    Quoted(Strings{KZDUMP_PATH, "-@", "-"} + c.args) + " >/dev/null";
+        const RunResult run = kztest::Run(c.terminal ? "script -qec" + Quoted({command}) + " /dev/null" : command);
+        const std::string& err = c.terminal ? run.out : run.err;
+        EXPECT_EQ(run.status, 0) << Quoted(c.args) << c.terminal;
+        // After "\r2 files, ", the rate, which depends on the clock.
+        const std::string rate = err.size() > 10 ? err.substr(10, err.find(' ', 10) - 10) : "";
+        const std::string line = "2 files, " + rate + " files/s, 2.7 kB, 0 errors";
+        EXPECT_EQ(err, c.drawn ? "\r" + line + "\r" + std::string(line.size(), ' ') + "\r" : "")
+            << Quoted(c.args) << c.terminal;
+        EXPECT_EQ(rate.find_first_not_of("0123456789"), std::string::npos) << rate;
+    }
     // Bad usage: status 2, no output and one line of error.
     const Strings bad[] = {
         {"--frobnicate", sample},    {"-j", "0", sample},           {"-j", "x", sample},

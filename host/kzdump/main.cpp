@@ -6,6 +6,7 @@
 #include "genre.h"
 #include "options.h"
 #include "path_list.h"
+#include "progress.h"
 #include "render.h"
 
 #include <algorithm>
@@ -42,15 +43,23 @@ void RaiseStatus(std::atomic<int>& status, int value) {
 }
 
 // Output of a job that is not yet its turn is held up to this many bytes per
-// worker thread; a worker that reaches it waits for its turn.
-constexpr size_t kHeldPerWorker = size_t{4} << 20;
+// worker thread, counted as the memory its buffers take; a worker that
+// reaches it waits for its turn.  A few hundred files' worth: enough that a
+// worker the system pauses for a moment does not stop the others.
+constexpr size_t kHeldPerWorker = size_t{1} << 20;
+// Buffers kept for reuse, per worker; those beyond are freed, so that a
+// moment of much held output does not stay in memory.
+constexpr size_t kSparesPerWorker = 4;
 
 // Writes the outputs of the jobs in job order, whichever worker finishes
 // first; the job whose turn it is writes as it goes.  Buffers of jobs that
-// wait for their turn are recycled.
+// wait for their turn are recycled.  The progress line is drawn between
+// files here, where every write is made, so it never mixes with them.
 class OrderedOutput {
 public:
-    explicit OrderedOutput(size_t workers) : heldLimit_(workers * kHeldPerWorker) {}
+    OrderedOutput(size_t workers, ProgressLine& progress)
+        : heldLimit_(workers * kHeldPerWorker), sparesLimit_(workers * kSparesPerWorker),
+          progress_(progress) {}
 
     // Job `index` has written `out` so far.  When its turn has come, `out`
     // goes out now and comes back empty; otherwise it stays until it holds
@@ -67,13 +76,14 @@ public:
     void Finish(size_t index, std::string& out, std::string& err) {
         std::unique_lock<std::mutex> lock(mutex_);
         if (index != next_) {
-            held_ += out.size() + err.size();
             Slot& slot = ready_[index];
             slot.out.swap(out);
             slot.err.swap(err);
+            held_ += slot.Held();
             TakeSpare(out);
             TakeSpare(err);
             // Finished jobs waiting for their turn are bounded too.
+            progress_.Tick();
             turn_.wait(lock, [&] { return held_ <= heldLimit_ || next_ > index; });
             return;
         }
@@ -81,12 +91,13 @@ public:
         ++next_;
         for (auto slot = ready_.begin(); slot != ready_.end() && slot->first == next_;
              slot = ready_.erase(slot)) {
-            held_ -= slot->second.out.size() + slot->second.err.size();
+            held_ -= slot->second.Held();
             WriteJob(slot->second.out, slot->second.err);
-            spare_.push_back(std::move(slot->second.out));
-            spare_.push_back(std::move(slot->second.err));
+            Recycle(slot->second.out);
+            Recycle(slot->second.err);
             ++next_;
         }
+        progress_.Tick();
         turn_.notify_all();
     }
 
@@ -110,6 +121,7 @@ private:
     struct Slot {
         std::string out;
         std::string err;
+        size_t Held() const { return out.capacity() + err.capacity(); }
     };
 
     // A record that fits in PIPE_BUF goes out with the records before it in
@@ -127,6 +139,7 @@ private:
     }
 
     void WriteAll(std::string_view bytes) {
+        if (!bytes.empty()) progress_.ClearForOutput();
         while (!bytes.empty() && writeErrno_ == 0) {
             const ssize_t written = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
             if (written < 0 && errno == EINTR) continue;
@@ -141,10 +154,15 @@ private:
     void WriteJob(std::string& out, std::string& err) {
         if (!err.empty()) {
             Flush();
+            progress_.Clear();
             std::fwrite(err.data(), 1, err.size(), stderr);
             err.clear();
         }
         Write(out);
+    }
+
+    void Recycle(std::string& buffer) {
+        if (spare_.size() < sparesLimit_) spare_.push_back(std::move(buffer));
     }
 
     void TakeSpare(std::string& buffer) {
@@ -164,12 +182,15 @@ private:
     size_t next_ = 0;
     size_t held_ = 0;
     const size_t heldLimit_;
+    const size_t sparesLimit_;
+    ProgressLine& progress_;
 };
 
 struct Run {
     const Options& options;
     JobSource& source;
     std::mutex sourceMutex;
+    ProgressLine& progress;
     OrderedOutput output;
 
     // The next job and its number; false when none is left or the output
@@ -332,6 +353,7 @@ void Work(Run& run, kz_host_reader* reader, const std::string& readerError) {
     Job job;
     for (size_t index = 0; run.Take(job, index);) {
         int status = kNotRead;
+        uint64_t bytes = 0;
         if (!job.error.empty()) {
             ReportError(job.path, job.error, run.options, true, out, err);
         } else if (reader == nullptr) {
@@ -340,6 +362,7 @@ void Work(Run& run, kz_host_reader* reader, const std::string& readerError) {
             FileJob file(run, index, job.path, out);
             const int read = file.Read(reader);
             run.fields += file.Shown();
+            bytes = file.Info().size;
             if (read == KZ_HOST_OK) {
                 status = kAllRead;
             } else if (read == KZ_HOST_NOTHING_TO_READ || read == KZ_HOST_ERROR_UNFINISHED) {
@@ -353,6 +376,7 @@ void Work(Run& run, kz_host_reader* reader, const std::string& readerError) {
         RaiseStatus(run.exitStatus, status);
         if (status == kAllRead) ++run.tagged;
         if (status == kNotRead) ++run.notRead;
+        run.progress.FileDone(bytes, status == kNotRead);
         run.output.Finish(index, out, err);
     }
 }
@@ -390,6 +414,31 @@ bool OpenLists(const Options& options, std::vector<Input>& inputs) {
         }
     }
     return true;
+}
+
+// On a terminal the line is drawn unless --quiet is given; elsewhere, or
+// when standard output goes to the terminal too, it is drawn only when asked
+// for.  --progress draws it with --quiet as well, as wget -q --show-progress.
+bool ShowsProgress(const Options& options) {
+    switch (options.progress) {
+        case ProgressMode::Shown: return true;
+        case ProgressMode::Hidden: return false;
+        case ProgressMode::Auto: break;
+    }
+    return !options.quiet && ::isatty(STDERR_FILENO) && !::isatty(STDOUT_FILENO);
+}
+
+// The total of the run, known before it starts when no directory is walked
+// and every path list is a regular file.
+void CountJobs(const Options& options, const std::vector<Input>& inputs, ProgressLine& progress) {
+    if (options.recursive) return;
+    size_t total = 0;
+    for (const Input& input : inputs) {
+        size_t count = 1;
+        if (input.list != nullptr && !CountPaths(input.list, options.listSeparator, count)) return;
+        total += count;
+    }
+    progress.SetTotal(total);
 }
 
 void ReportWriteError(int error) {
@@ -443,8 +492,11 @@ int Main(int argc, char** argv) {
     const bool listed = options.recursive || std::any_of(options.paths.begin(), options.paths.end(),
                                                          [](const Argument& a) { return a.list; });
     const size_t workers = listed ? options.jobs : std::min<size_t>(options.jobs, inputs.size());
+    const auto start = std::chrono::steady_clock::now();
+    ProgressLine progress(ShowsProgress(options), ::isatty(STDOUT_FILENO), start);
+    if (progress.Shown()) CountJobs(options, inputs, progress);
     JobSource source(inputs, options.recursive, options.listSeparator, options.extensions);
-    Run run{options, source, {}, OrderedOutput(workers)};
+    Run run{options, source, {}, progress, OrderedOutput(workers, progress)};
     if (options.mode == OutputMode::Csv || options.mode == OutputMode::Tsv) {
         std::vector<std::string> columns;
         for (const FieldChoice& choice : options.fields) columns.push_back(choice.name);
@@ -452,7 +504,6 @@ int Main(int argc, char** argv) {
         RenderTableHeader(columns, options.mode == OutputMode::Tsv, header);
         run.output.Put(std::move(header));
     }
-    const auto start = std::chrono::steady_clock::now();
     std::vector<std::thread> threads;
     threads.reserve(workers - 1);
     for (size_t i = 1; i < workers; ++i) threads.emplace_back(Worker, std::ref(run));
@@ -461,6 +512,7 @@ int Main(int argc, char** argv) {
     kz_host_reader_free(reader);
     for (const Input& input : inputs)
         if (input.list != nullptr && input.list != stdin) std::fclose(input.list);
+    progress.Clear();
     if (const int error = run.output.Flush(); error != 0) {
         ReportWriteError(error);
         return kWriteError;

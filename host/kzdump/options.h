@@ -10,6 +10,10 @@ namespace kzdump {
 
 enum class OutputMode { Text, Json, Trace, Csv, Tsv };
 
+// The progress line: by default on a terminal only (see HelpText), or as
+// --progress and --no-progress say.
+enum class ProgressMode { Auto, Shown, Hidden };
+
 // A field chosen by --fields: by identifier as the text output shows it
 // ("TIT2", "ID3v1 title"), or by field number.
 struct FieldChoice {
@@ -34,6 +38,7 @@ struct Options {
     bool stats = false;      // a summary line on stderr at the end
     std::vector<FieldChoice> fields;  // empty: every field (CSV: a default set)
     bool quiet = false;      // no message for files with nothing to read
+    ProgressMode progress = ProgressMode::Auto;
     char listSeparator = '\n';
     std::vector<std::string> extensions;  // lower case; empty: every file
     unsigned jobs = 1;

@@ -23,6 +23,24 @@ std::string Join(const std::string& directory, const char* name) {
 
 }  // namespace
 
+bool CountPaths(FILE* list, char separator, size_t& count) {
+    struct stat status;
+    const long start = std::ftell(list);
+    if (start < 0 || ::fstat(::fileno(list), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    count = 0;
+    bool inPath = false;
+    char buffer[64 * 1024];
+    for (size_t length; (length = std::fread(buffer, 1, sizeof buffer, list)) > 0;) {
+        for (size_t i = 0; i < length; ++i) {
+            const bool between = buffer[i] == separator;
+            if (!between && !inPath) ++count;
+            inPath = !between;
+        }
+    }
+    const bool read = !std::ferror(list);
+    return std::fseek(list, start, SEEK_SET) == 0 && read;
+}
+
 JobSource::JobSource(std::vector<Input> inputs, bool recursive, char listSeparator,
                      std::vector<std::string> extensions)
     : inputs_(std::move(inputs)),

@@ -15,6 +15,11 @@ struct Input {
     FILE* list = nullptr;
 };
 
+// The paths a list holds from where it stands, blank lines left out, when it
+// is a regular file: it is read through and put back where it stood.  False
+// for a pipe or a terminal, which can be read only once.
+bool CountPaths(FILE* list, char separator, size_t& count);
+
 // A file to read, or a path that cannot be read, with the reason.
 struct Job {
     std::string path;
