@@ -4,30 +4,35 @@
     /usr/bin/python3 bench/python_bench.py [--files 2000] [--large 20000]
                                            [--index-files N] [--runs 3]
 
-Builds the kit, the module and the corpus writer in build-bench/ (Release),
-writes corpora like a music library with kz_bench_corpus into a temporary
-directory and measures, with every file in the page cache:
+Builds the kit, the module, the package's C part and the corpus writer in
+build-bench/ (Release), uses the package staged there, writes corpora like a
+music library with kz_bench_corpus (into a temporary directory, or --keep
+DIR to keep and reuse them) and measures, with every file in the page cache:
 
-1. read_many(workers=1) against mutagen reading the same frames to strings,
-   on --files files: read_many alone (Tags built lazily) and with every
-   field's text taken out;
+1. read_many(workers=1) against mutagen reading the same frames to strings
+   (pprint()), on --files files: read_many alone (Tags built lazily) and
+   with every field's text taken out; the bytes and read calls per file;
 2. read_many with workers=2 against workers=1, on --files and --large files;
-3. a scan on an already started LocalCluster of two worker processes on
-   --large files: a count of fields per identifier made on the workers (only
-   the counts come back), against read_many(workers=2); then gathering every
-   record to the client;
+3. on an already started LocalCluster of two worker processes, on --large
+   files: a scan counting the fields per identifier on the workers (only the
+   counts come back) against read_many(workers=2); the same scan gathering
+   every record to the client; index shards written by the workers, and
+   their merge;
 4. the index: a first run into a new database and a second run over the
    unchanged tree, on --index-files files (default: the --large corpus).
 
-Times are wall-clock seconds, the best of --runs runs (one run for the
-index and mutagen beyond 2,000 files).  Needs python3-mutagen for 1 and
-Dask (python3-dask, python3-distributed, python3-pandas) for 3.
+Times are wall-clock seconds, the best of --runs runs (at most two for
+mutagen, one for the shards and the index).  --only read|dask|index picks
+parts.  Needs python3-mutagen for 1 and Dask (python3-dask,
+python3-distributed, python3-pandas) for 3.
 """
 
 import argparse
 import collections
+import importlib
 import os
 import pickle
+import resource
 import shutil
 import subprocess
 import sys
@@ -36,17 +41,18 @@ import time
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(ROOT / "python"))
 
-import kz_id3  # noqa: E402
-from kz_id3 import index  # noqa: E402
+# Imported by main() from the build tree's package (with kz_id3._batch),
+# once it is built.
+kz_id3 = None
+index = None
 
 
 def build(build_dir: Path) -> None:
     subprocess.run(["cmake", "-S", str(ROOT), "-B", str(build_dir), "-DCMAKE_BUILD_TYPE=Release",
                     "-DKZ_ID3_BUILD_TESTS=OFF"], check=True, stdout=subprocess.DEVNULL)
     subprocess.run(["cmake", "--build", str(build_dir), "-j2", "--target", "kz_host", "kz_id3",
-                    "kz_bench_corpus"], check=True, stdout=subprocess.DEVNULL)
+                    "kz_bench_corpus", "kz_id3_batch"], check=True, stdout=subprocess.DEVNULL)
     os.environ["KZ_HOST_LIBRARY"] = str(build_dir / "lib" / "libkz_host.so")
     os.environ["KZ_ID3_MODULE"] = str(next((build_dir / "lib").rglob("libkz_id3.so")))
 
@@ -69,13 +75,24 @@ def warm(paths: list) -> list:
     return paths
 
 
-def best(function, runs: int) -> float:
-    times = []
+Timing = collections.namedtuple("Timing", "wall cpu")
+
+
+def cpu_seconds():
+    usage = resource.getrusage(resource.RUSAGE_SELF)
+    return usage.ru_utime + usage.ru_stime
+
+
+def best(function, runs: int, cpu: bool = True) -> Timing:
+    """The run with the shortest wall time, and the CPU time this process
+    spent in it (all its threads; None when the work is done elsewhere)."""
+    timings = []
     for _ in range(runs):
-        started = time.perf_counter()
+        started, cpu_started = time.perf_counter(), cpu_seconds()
         function()
-        times.append(time.perf_counter() - started)
-    return min(times)
+        timings.append(Timing(time.perf_counter() - started,
+                              cpu_seconds() - cpu_started if cpu else None))
+    return min(timings)
 
 
 def lazy(paths, workers):
@@ -116,13 +133,15 @@ def io_per_file(paths):
           f"{size / 1024:.1f} KiB")
 
 
-def row(name, count, seconds, base=None):
-    ratio = f"{base / seconds:8.2f}" if base else " " * 8
-    print(f"{name:<44} {count:>7} {seconds:9.3f} {count / seconds:10.0f} {ratio}")
+def row(name, count, timing, base=None):
+    ratio = f"{base.wall / timing.wall:8.2f}" if base else " " * 8
+    cpu = f"{timing.cpu / count * 1e6:10.1f}" if timing.cpu is not None else f"{'-':>10}"
+    print(f"{name:<44} {count:>7} {timing.wall:9.3f} {count / timing.wall:10.0f} {ratio} {cpu}")
 
 
 def header(title):
-    print(f"\n{title}\n{'':<44} {'files':>7} {'seconds':>9} {'files/s':>10} {'ratio':>8}")
+    print(f"\n{title}\n{'':<44} {'files':>7} {'seconds':>9} {'files/s':>10} {'ratio':>8} "
+          f"{'CPU us/f':>10}")
 
 
 def count_idents(records):
@@ -156,15 +175,13 @@ def bench_dask(paths, runs, partition_size, work):
             bag = kz_id3.dask.scan(paths, partition_size=partition_size)
             assert len(bag.compute()) == len(paths)
 
-        on_workers = best(scan_count, runs)
-        gathered = best(scan_gather, runs)
+        on_workers = best(scan_count, runs, cpu=False)
+        gathered = best(scan_gather, runs, cpu=False)
         shard_dir = Path(tempfile.mkdtemp(prefix="kz_shards.", dir=work))
-        started = time.perf_counter()
-        shards = kz_id3.dask.index_shards(paths, shard_dir, partition_size=partition_size).compute()
-        sharded = time.perf_counter() - started
-    started = time.perf_counter()
-    index.merge(shard_dir / "merged.db", shards)
-    merged = time.perf_counter() - started
+        shards = []
+        sharded = best(lambda: shards.extend(kz_id3.dask.index_shards(
+            paths, shard_dir, partition_size=partition_size).compute()), 1, cpu=False)
+    merged = best(lambda: index.merge(shard_dir / "merged.db", shards), 1)
     header(f"Dask LocalCluster, 2 worker processes x 1 thread, partitions of {partition_size}")
     row("read_many(workers=2)", len(paths), threads, threads)
     row("scan, fields counted on the workers", len(paths), on_workers, threads)
@@ -205,7 +222,13 @@ def main():
     options = parser.parse_args()
     build_dir = Path(options.build_dir)
     build(build_dir)
+    global kz_id3, index
+    sys.path.insert(0, str(build_dir / "python"))
+    kz_id3 = importlib.import_module("kz_id3")
+    index = importlib.import_module("kz_id3.index")
     only = set(options.only or ["read", "dask", "index"])
+    print("load average %.2f %.2f %.2f at the start; CPU us/f: CPU time of this process, all "
+          "its threads, per file" % os.getloadavg())
     with tempfile.TemporaryDirectory(prefix="kz_python_bench.") as temporary:
         work = Path(options.keep or temporary)
         work.mkdir(exist_ok=True)
@@ -241,6 +264,7 @@ def main():
             if options.index_files:
                 tree = corpus(build_dir, work / "tree", options.index_files)
             bench_index(tree, work)
+    print("\nload average %.2f %.2f %.2f at the end" % os.getloadavg())
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-"""kz_id3 - ID3 tags of MPEG audio files, read by the libkz_id3 module.
+"""ID3 tags of MPEG audio files, read by the libkz_id3 module.
 
 Reads ID3v2.2, 2.3 and 2.4 tags and the ID3v1/v1.1 trailer through the host
 kit libkz_host.so, which loads the module libkz_id3.so::
@@ -13,7 +13,7 @@ kit libkz_host.so, which loads the module libkz_id3.so::
     for path, tags in kz_id3.read_many(paths, workers=4):
         ...                               # Tags, or the exception for that file
 
-    kz_id3.index.update("music.db", ["~/Music"])  # an SQLite index of a collection
+    kz_id3.index.update("music.db", ["/music"])   # an SQLite index of a collection
     kz_id3.dask.scan(["/data/**/*.mp3"])          # a dask.bag over a cluster
 
 From a shell: ``python3 -m kz_id3 PATH...`` prints the fields as kzdump does

@@ -82,6 +82,9 @@ class Kit:
         self.collect_memory = declare(releasing, "kz_host_collect_memory", i, p, p, sz, p, p)
         self.result_packed = declare(holding, "kz_host_result_packed", p, p, p)
         self.result_free = declare(holding, "kz_host_result_free", None, p)
+        # For kz_id3._batch, which calls them without the GIL.
+        self.batch_functions = tuple(ctypes.cast(function, ctypes.c_void_p).value for function
+                                     in (self.collect_file, self.result_packed, self.result_free))
 
     def message(self, status: int) -> str:
         return self.strerror(status).decode("utf-8", "replace")

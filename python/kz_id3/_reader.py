@@ -22,6 +22,11 @@ FieldFilter = Optional[Iterable[Union[str, int]]]
 _FS_ENCODING = sys.getfilesystemencoding()
 _FS_ERRORS = sys.getfilesystemencodeerrors()
 
+try:
+    from . import _batch
+except ImportError:  # built without a C compiler: read_many reads file by file
+    _batch = None
+
 # What reading one file may raise; read_many hands these back as results.
 _FILE_ERRORS = (Error, OSError, TypeError, ValueError)
 
@@ -103,6 +108,43 @@ class Reader:
             structure.file_type = file_type
             options = self._options[file_type] = (structure, ctypes.byref(structure))
         return options[1]
+
+    def _read_chunk(self, items: List[Any], file_type: Optional[int],
+                    only: Optional[frozenset]) -> List[Union[Tags, Exception]]:
+        """Reads read_many's items: a Tags or the exception for each.  With
+        kz_id3._batch, the str paths of the chunk are read in one call that
+        releases the GIL once."""
+        options = self._read_options(file_type)
+        results: List[Any] = []
+        batch: List[str] = []
+        encoded: List[bytes] = []
+        for item in items:
+            path = item if type(item) is str else None
+            if path is None and isinstance(item, os.PathLike):
+                path = os.fspath(item)
+            if _batch is not None and type(path) is str and "\0" not in path:
+                try:
+                    encoded.append(path.encode(_FS_ENCODING, _FS_ERRORS))
+                    batch.append(path)
+                    results.append(None)
+                    continue
+                except UnicodeEncodeError:
+                    pass  # read alone below, which reports it
+            try:
+                results.append(self._read(item, options, only))
+            except _FILE_ERRORS as error:
+                results.append(error)
+        if batch:
+            address = ctypes.addressof(self._options[file_type][0]) if file_type else 0
+            packed = _batch.collect_files(*self._kit.batch_functions, self._live().value,
+                                          address, tuple(encoded))
+            done = iter(zip(batch, packed))
+            for index, result in enumerate(results):
+                if result is None:
+                    path, data = next(done)
+                    results[index] = Tags(data, path, only) if type(data) is bytes \
+                        else _failure(self._kit, data, path)
+        return results
 
     def _read(self, source: Source, options: Any, only: Optional[frozenset]) -> Tags:
         # Run once per file: kept to the few steps the kit needs.
@@ -251,39 +293,24 @@ def read_many(paths: Iterable[PathLike], *, workers: Optional[int] = None, order
     only = _only(fields)
     raise_errors = errors == "raise"
     if workers == 1:
-        return _read_serial(iter(paths), file_type, only, module_path, raise_errors)
+        return _read_serial(iter(paths), file_type, only, module_path, raise_errors, chunk_size)
     return _read_threaded(iter(paths), workers, ordered, file_type, only, module_path,
                           raise_errors, chunk_size)
 
 
-def _read_all(reader: Reader, paths: Iterable[Any], file_type: Optional[int],
-              only: Optional[frozenset]) -> List[Result]:
-    options = reader._read_options(file_type)
-    read_one = reader._read
-    results: List[Result] = []
-    for path in paths:
-        try:
-            results.append((path, read_one(path, options, only)))
-        except _FILE_ERRORS as error:
-            results.append((path, error))
-    return results
-
-
 def _read_serial(paths: Iterator[Any], file_type: Optional[int], only: Optional[frozenset],
-                 module_path: Optional[PathLike], raise_errors: bool) -> Iterator[Result]:
+                 module_path: Optional[PathLike], raise_errors: bool,
+                 chunk_size: int) -> Iterator[Result]:
     reader = _borrow(module_path)
     try:
-        options = reader._read_options(file_type)
-        read_one = reader._read
-        for path in paths:
-            try:
-                tags = read_one(path, options, only)
-            except _FILE_ERRORS as error:
-                if raise_errors:
-                    raise
-                yield path, error
-                continue
-            yield path, tags
+        while True:
+            chunk = list(itertools.islice(paths, chunk_size))
+            if not chunk:
+                return
+            for path, tags in zip(chunk, reader._read_chunk(chunk, file_type, only)):
+                if raise_errors and isinstance(tags, Exception):
+                    raise tags
+                yield path, tags
     finally:
         _give_back(reader, module_path)
 
@@ -312,7 +339,7 @@ def _read_threaded(paths: Iterator[Any], workers: int, ordered: bool, file_type:
                 with take_lock:
                     number = next(sequence)
                     chunk = list(itertools.islice(paths, chunk_size))
-                done.put((number, _read_all(reader, chunk, file_type, only)))
+                done.put((number, list(zip(chunk, reader._read_chunk(chunk, file_type, only)))))
                 if not chunk:
                     return
         except BaseException as error:  # handed to the consumer, raised there

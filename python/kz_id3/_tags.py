@@ -17,6 +17,11 @@ _NO_DESCRIPTION = 0xFFFFFFFF
 _END_SEEN, _TRUNCATED, _DETECTED = 1, 2, 4
 _KINDS = ("field", "outside", "failure")
 
+try:
+    from . import _batch
+except ImportError:  # built without a C compiler: parsed in Python
+    _batch = None
+
 # Open status of a file in which the module found nothing to read.
 NOTHING_TO_READ = 51
 
@@ -127,7 +132,8 @@ class Tags:
 
     def _parse(self) -> List[Field]:
         new = tuple.__new__
-        return [new(Field, item) for item in self._items()]
+        items = _batch.parse(self._packed, self._only, False) if _batch else self._items()
+        return [new(Field, item) for item in items]
 
     def _items(self) -> Iterator[Tuple[str, int, int, str, Optional[str], str, bool]]:
         """The items of the packed result, as tuples in Field's order.  The
@@ -185,9 +191,13 @@ class Tags:
         """The file as ``kzdump --json`` gives it: "path", "status", "type",
         "fields" and "end", JSON-ready.  The fields carry "id3v1" besides
         kzdump's keys, and leave out "codes" and "strings"."""
-        items = self._fields if self._fields is not None else self._items()
+        if self._fields is None and _batch:
+            fields = _batch.parse(self._packed, self._only, True)
+        else:
+            items = self._fields if self._fields is not None else self._items()
+            fields = [_entry(*item) for item in items]
         return {"path": self.path, "status": self.status, "type": self.type_name,
-                "fields": [_entry(*item) for item in items], "end": self.end_seen}
+                "fields": fields, "end": self.end_seen}
 
     def __repr__(self) -> str:
         return f"<Tags {self.path!r} {self.type_name!r}: {len(self.fields)} fields>"

@@ -123,8 +123,15 @@ def _key(path: str) -> str:
         return os.fsencode(path).decode("utf-8", "backslashreplace")
 
 
-def _under(path: str, roots: Sequence[str]) -> bool:
-    return any(path == root or path.startswith(root.rstrip(os.sep) + os.sep) for root in roots)
+def _under(path: str, roots: Set[str]) -> bool:
+    """Whether `path` is one of `roots` or lies under one (roots absolute and
+    normalised): a walk up its parents, so that many roots cost nothing."""
+    while path not in roots:
+        parent = os.path.dirname(path)
+        if parent == path:
+            return False
+        path = parent
+    return True
 
 
 def _regular_files(roots: Sequence[str], unlisted: List[str]
@@ -198,8 +205,9 @@ def update(db: PathLike, paths: Iterable[PathLike], *, workers: Optional[int] = 
                 batch = []
         _write(connection, batch)
 
+        walked, skipped = set(roots), set(unlisted)
         gone = [file_id for path, (_, _, file_id) in known.items()
-                if path not in seen and _under(path, roots) and not _under(path, unlisted)]
+                if path not in seen and _under(path, walked) and not _under(path, skipped)]
         for start in range(0, len(gone), batch_size):
             part = [(file_id,) for file_id in gone[start:start + batch_size]]
             connection.execute("BEGIN IMMEDIATE")
