@@ -38,17 +38,18 @@ uint64_t Run(const Behaviour& behaviour, const uint8_t* file, uint32_t size) {
     if (context == nullptr) Finding();
     FuzzHost host{0xCBF29CE484222325ull, 0, 0, 0, behaviour.stopPattern};
     RegisterHost(context, &host);
-    FuzzStream stream;
-    InitStream(&stream, file, size);
-    stream.maxRead = behaviour.maxRead;
+    kztest::MemoryStream stream({file, file + size});
+    if (behaviour.maxRead != 0) {
+        stream.readLimit = [max = behaviour.maxRead](int, uint32_t) { return max; };
+    }
     // Large enough for bodies in host blocks (and for bodies declared
     // larger than the file), small enough to keep a run quick.
     KzSysSetBlockLimit(size < kHostBlockProbe ? kHostBlockProbe : size);
     KzSysFailAllocationsAfter(behaviour.allocationsBeforeFailure);
 
     KzFileInfo info{};
-    VwStreamOpen(&stream.base, behaviour.fileType, 0, &info, context);
-    VwStreamSection(&stream.base, context);
+    VwStreamOpen(stream.stream(), behaviour.fileType, 0, &info, context);
+    VwStreamSection(stream.stream(), context);
 
     VwSavedState firstStop{};
     bool haveFirstStop = false;
@@ -59,10 +60,10 @@ uint64_t Run(const Behaviour& behaviour, const uint8_t* file, uint32_t size) {
     uint64_t reads = 0;
     while (host.endBreaks == 0) {
         if (++reads > maxReads) Finding();
-        VwStreamRead(&stream.base, context);
+        VwStreamRead(stream.stream(), context);
         if (host.endBreaks != 0) break;
         VwSavedState saved;
-        VwStreamTell(&stream.base, context);
+        VwStreamTell(stream.stream(), context);
         VwGetData(&saved, context);
         if (!haveFirstStop) {
             firstStop = saved;
@@ -74,16 +75,16 @@ uint64_t Run(const Behaviour& behaviour, const uint8_t* file, uint32_t size) {
         }
         if (behaviour.saveRestore || replayed) {
             VwSetData(&saved, context);
-            VwStreamSeek(&stream.base, context);
+            VwStreamSeek(stream.stream(), context);
         }
     }
     // After the end, a further read only repeats the end break.
     const uint64_t callsAtEnd = host.calls;
-    VwStreamRead(&stream.base, context);
+    VwStreamRead(stream.stream(), context);
     if (host.calls != callsAtEnd + 1 || host.endBreaks != 2) Finding();
 
     KzSysResetFaults();
-    VwStreamClose(&stream.base, context);
+    VwStreamClose(stream.stream(), context);
     VwFreeProc(context);
     if (KzSysLiveBlocks() != liveBefore) Finding();
     return host.hash;

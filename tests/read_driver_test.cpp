@@ -86,7 +86,7 @@ TEST(Trailer, TextBytesGoOutAsTheyAreAndZerosAreSkipped) {
 
 TEST(Trailer, UnreadableTrailerIsReportedOnce) {
     Session s(SilentMpegFrames(1) + Id3v1({.title = "Song"}));
-    s.file.readLimit = [](uint32_t, uint32_t count) { return count == 125 ? 124u : count; };
+    s.file.readLimit = [](int, uint32_t count) { return count == 125 ? 124u : count; };
     EXPECT_EQ(s.StartAndRead(), Calls{"failure 9"} + EndBreak());
     EXPECT_EQ(s.Read(), 0);
     EXPECT_EQ(s.host.Take(), EndBreak());

@@ -66,52 +66,6 @@ Calls V1Fields(uint32_t first, std::string_view title) {
            TextField(first + 3, 150, "") + TextField(first + 4, 80, "") + TextField(first + 5, 108, "");
 }
 
-// ---- MemoryStream --------------------------------------------------------------
-
-MemoryStream::MemoryStream(Bytes data) : data_(std::move(data)) {
-    handle_.base = KzStream{nullptr, &Read, nullptr, &Seek, &Tell};
-    handle_.owner = this;
-}
-
-MemoryStream* MemoryStream::Owner(KzStream* stream) {
-    return reinterpret_cast<Handle*>(stream)->owner;
-}
-
-int32_t MemoryStream::Read(KzStream* stream, void* buffer, uint32_t count, uint32_t* countRead) {
-    MemoryStream* self = Owner(stream);
-    ++self->reads;
-    const uint32_t available =
-        self->position_ < self->data_.size() ? static_cast<uint32_t>(self->data_.size()) - self->position_ : 0;
-    uint32_t n = std::min(count, available);
-    if (self->readLimit) n = std::min(n, self->readLimit(self->position_, count));
-    if (n > 0) std::memcpy(buffer, self->data_.data() + self->position_, n);
-    self->position_ += n;
-    *countRead = n;
-    return 0;
-}
-
-int32_t MemoryStream::Seek(KzStream* stream, uint16_t origin, int32_t offset) {
-    MemoryStream* self = Owner(stream);
-    ++self->seeks;
-    int64_t base = 0;
-    if (origin == SO_SEEK_CUR) base = self->position_;
-    if (origin == SO_SEEK_END) base = static_cast<int64_t>(self->data_.size());
-    const int64_t target = base + offset;
-    if (origin > SO_SEEK_END || target < 0 || target > static_cast<int64_t>(self->data_.size())) {
-        ++self->failedSeeks;
-        return -1;
-    }
-    self->position_ = static_cast<uint32_t>(target);
-    return 0;
-}
-
-int32_t MemoryStream::Tell(KzStream* stream, uint32_t* position) {
-    MemoryStream* self = Owner(stream);
-    ++self->tells;
-    *position = self->position_;
-    return 0;
-}
-
 // ---- RecordingHost ---------------------------------------------------------------
 
 RegistrationEntries LinkedEntries() { return {&VwLocalUp, &VwSetSoRtn, &VwSetUser}; }

@@ -24,6 +24,7 @@
 
 #include "filter/context.h"
 #include "kz_id3.h"
+#include "memory_stream.h"
 #include "tag_builder.h"
 
 namespace kztest {
@@ -49,43 +50,6 @@ Calls V1Fields(uint32_t first, std::string_view title = "V");
 
 // A text frame body: encoding byte 0, then the characters.
 inline Bytes TextBody(std::string_view text) { return Raw({0}) + Latin1(text); }
-
-// A stream over a byte vector.  A seek whose target lies outside 0..size
-// fails with a non-zero result and leaves the position alone.
-class MemoryStream {
-public:
-    explicit MemoryStream(Bytes data = {});
-    MemoryStream(const MemoryStream&) = delete;
-    MemoryStream& operator=(const MemoryStream&) = delete;
-
-    KzStream* stream() { return &handle_.base; }
-    uint32_t position() const { return position_; }
-    void set_position(uint32_t position) { position_ = position; }
-    const Bytes& data() const { return data_; }
-
-    int reads = 0;
-    int seeks = 0;
-    int failedSeeks = 0;
-    int tells = 0;
-    // When set, decides how many bytes a read delivers: given the position
-    // and the count asked, returns at most the count.  Still bounded by the
-    // data.
-    std::function<uint32_t(uint32_t position, uint32_t count)> readLimit;
-
-private:
-    struct Handle {
-        KzStream base;
-        MemoryStream* owner;
-    };
-    static MemoryStream* Owner(KzStream* stream);
-    static int32_t Read(KzStream* stream, void* buffer, uint32_t count, uint32_t* countRead);
-    static int32_t Seek(KzStream* stream, uint16_t origin, int32_t offset);
-    static int32_t Tell(KzStream* stream, uint32_t* position);
-
-    Handle handle_;
-    Bytes data_;
-    uint32_t position_ = 0;
-};
 
 // The entry points a RecordingHost registers its routines through.
 struct RegistrationEntries {
