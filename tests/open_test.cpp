@@ -173,26 +173,6 @@ TEST(TagHeader, ReadsVersionFlagsAndSize) {
     }
 }
 
-TEST(TagHeader, NoHeaderLeavesTheContextAlone) {
-    const Bytes cases[] = {
-        Raw({'i', 'd', '3', 3, 0, 0, 0, 0, 2, 1}),
-        Raw({'I', 'D', '3', 3, 0, 0, 0, 0, 2}),
-        Raw({'T', 'A', 'G', 3, 0, 0, 0, 0, 2, 1}),
-        {},
-    };
-    for (const auto& data : cases) {
-        MemoryStream file(data);
-        kz::ProcessContext ctx{};
-        ctx.versionMajor = 4;
-        ctx.headerFlags[1] = 0x40;
-        ctx.tagSize = 50;
-        ctx.tagEnd = 60;
-        const kz::ProcessContext before = ctx;
-        EXPECT_EQ(kz::ReadTagHeader(file.stream(), &ctx), kz::kNoTagHeader);
-        EXPECT_EQ(std::memcmp(&ctx, &before, sizeof ctx), 0);
-    }
-}
-
 // ---- Section start --------------------------------------------------------------------
 
 TEST(StreamSection, ChoosesTheTagOrTheTrailer) {
