@@ -58,7 +58,6 @@ const std::vector<FrameCase>& DescriptiveCases() {
         {"GEOB_utf16_space_inside_utf16", 3, "GEOB",
          Raw({1, 't', 0, 0xFF, 0xFE, 'f', 0, 0, 0, 0xFE, 0xFF, 0, 'd', 0, 0, 0x99}),
          Field(86, Chars("t ") + Utf16(Chars("f d")))},
-        {"GEOB_mime_runs_to_body_end", 3, "GEOB", Raw({0, 't', '/'}), Field(86, Chars("t/  "))},
 
         // Registrations: owner, a space, the symbol byte.
         {"GRID_owner_and_symbol", 3, "GRID", Raw({'o', 'w', 'n', 0, 0x81, 0xAA, 0xBB}),
@@ -79,7 +78,6 @@ const std::vector<FrameCase>& DescriptiveCases() {
         {"IPLS_utf16_odd_list_runs_to_body_end", 3, "IPLS",
          Raw({1, 0xFE, 0xFF, 0, 'a', 0, 0, 0xFE, 0xFF, 0, 'b', 0, 0, 0xFF, 0xFE, 'c', 0, 0, 0}),
          Utf16(Chars("a b c  "))},
-        {"IPLS_utf16_encoding_byte_only", 3, "IPLS", Raw({1}), Utf16({})},
         {"IPLS_empty_body", 3, "IPLS", {}, {}},
 
         // Linked information: identifier, URL, data with its zero bytes.

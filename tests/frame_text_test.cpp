@@ -1,5 +1,7 @@
 // Text information frames, the frames the walker emits itself, URL links,
 // user-defined frames and comments.
+#include <sstream>
+
 #include "frame_cases.h"
 #include "id3v2/frame_id.h"
 #include "id3v2/frame_walker.h"
@@ -18,8 +20,6 @@ const std::vector<FrameCase>& TextAndLinkCases() {
         // UTF-16 text stops at its first zero unit.
         {"TIT2_strings_run_together", 3, "TIT2", Raw({0, 'A', 'B', 0, 'C'}),
          Field(118, Chars("ABC"))},
-        {"TCON_reference_stays_text", 3, "TCON", Raw({0, '(', '1', '3', ')'}),
-         Field(108, Chars("(13)"))},
         {"TPE1_only_first_utf16_string", 3, "TPE1", Raw({1, 0xFF, 0xFE, 'A', 0, 0, 0, 'B', 0}),
          Field(132, Utf16(Chars("A")))},
         {"TIT2_line_feed_is_a_character", 3, "TIT2", Raw({0, 'A', 0x0A, 'B'}),
@@ -37,7 +37,6 @@ const std::vector<FrameCase>& TextAndLinkCases() {
          Field(118, Utf16(Chars("A")))},
         {"TIT2_utf16_mark_cut_by_body_end", 3, "TIT2", Raw({1, 0xFF}), Field(118, Utf16({}))},
         {"TIT2_empty_body", 3, "TIT2", {}, Field(118, {})},
-        {"TIT2_encoding_byte_only", 3, "TIT2", Raw({0}), Field(118, {})},
 
         // Frames the walker emits itself: numbers go out as raw bytes.
         {"AENC_owner_and_preview", 3, "AENC", Raw({0x6F, 0, 0x00, 0x10, 0x00, 0x20, 0xAA, 0xBB}),
@@ -103,7 +102,6 @@ const std::vector<FrameCase>& TextAndLinkCases() {
          Raw({0, 'e', 'n', 'g', 0x0A, 0, 'x'}), Field(80, Chars("\n x"))},
         {"COMM_descriptor_runs_to_body_end", 3, "COMM", Raw({0, 'e', 'n', 'g', 'a', 'b'}),
          Field(80, Chars("ab "))},
-        {"COMM_four_byte_body", 3, "COMM", Raw({0, 'e', 'n', 'g'}), Field(80, Sp())},
         {"COMM_empty_body", 3, "COMM", {}, Field(80, Sp())},
         {"COMM_utf16_each_string_has_its_mark", 3, "COMM",
          Raw({1, 'e', 'n', 'g', 0xFF, 0xFE, 'd', 0, 0, 0, 0xFE, 0xFF, 0, 'x', 0, 0x0A, 0, 'y'}),
@@ -116,46 +114,42 @@ const std::vector<FrameCase>& TextAndLinkCases() {
 
 INSTANTIATE_TEST_SUITE_P(FrameText, FrameRows, ::testing::ValuesIn(TextAndLinkCases()), CaseName);
 
-// Every text and URL link identifier, in both forms, opens its field with
-// its own field number.
+// Every text and URL link identifier, in both forms, opens its field: the
+// fields of a group are numbered one after another from the group's first,
+// and "-" marks a frame ID3v2.2 does not have.
 TEST(FrameFieldNumbers, TextAndUrlIdentifiersInBothForms) {
-    struct Row {
+    const struct {
+        uint32_t first;
         const char* v34;
-        const char* v22;  // empty when ID3v2.2 has no such frame
-        uint32_t field;
-    };
-    const Row rows[] = {
-        {"TALB", "TAL", 105}, {"TBPM", "TBP", 106}, {"TCOM", "TCM", 107}, {"TCON", "TCO", 108},
-        {"TCOP", "TCR", 109}, {"TDAT", "TDA", 110}, {"TDLY", "TDI", 111}, {"TENC", "TEN", 112},
-        {"TEXT", "TXT", 113}, {"TFLT", "TFT", 114}, {"TIME", "TIM", 115}, {"TIPL", "", 116},
-        {"TIT1", "TT1", 117}, {"TIT2", "TT2", 118}, {"TIT3", "TT3", 119}, {"TKEY", "TKE", 120},
-        {"TLAN", "TLA", 121}, {"TLEN", "TLE", 122}, {"TMCL", "", 123},    {"TMOO", "", 124},
-        {"TMED", "TMT", 125}, {"TOAL", "TOT", 126}, {"TOFN", "TOF", 127}, {"TOLY", "TOL", 128},
-        {"TOPE", "TOA", 129}, {"TORY", "TOR", 130}, {"TOWN", "", 131},    {"TPE1", "TP1", 132},
-        {"TPE2", "TP2", 133}, {"TPE3", "TP3", 134}, {"TPE4", "TP4", 135}, {"TPOS", "TPA", 136},
-        {"TPRO", "", 137},    {"TPUB", "TPB", 138}, {"TRCK", "TRK", 139}, {"TRDA", "TRD", 140},
-        {"TRSN", "", 141},    {"TRSO", "", 142},    {"TSIZ", "TSI", 143}, {"TSRC", "TRS", 144},
-        {"TSOA", "", 145},    {"TSOP", "", 146},    {"TSOT", "", 147},    {"TSSE", "TSS", 148},
-        {"TSST", "", 149},    {"TYER", "TYE", 150}, {"WCOM", "WCM", 154}, {"WCOP", "WCP", 155},
-        {"WOAF", "WAF", 156}, {"WOAR", "WAR", 157}, {"WOAS", "WAS", 158}, {"WORS", "", 159},
-        {"WPAY", "", 160},    {"WPUB", "WPB", 161},
+        const char* v22;
+    } groups[] = {
+        {105,
+         "TALB TBPM TCOM TCON TCOP TDAT TDLY TENC TEXT TFLT TIME TIPL TIT1 TIT2 TIT3 TKEY TLAN TLEN "
+         "TMCL TMOO TMED TOAL TOFN TOLY TOPE TORY TOWN TPE1 TPE2 TPE3 TPE4 TPOS TPRO TPUB TRCK TRDA "
+         "TRSN TRSO TSIZ TSRC TSOA TSOP TSOT TSSE TSST TYER",
+         "TAL TBP TCM TCO TCR TDA TDI TEN TXT TFT TIM - TT1 TT2 TT3 TKE TLA TLE - - TMT TOT TOF TOL "
+         "TOA TOR - TP1 TP2 TP3 TP4 TPA - TPB TRK TRD - - TSI TRS - - - TSS - TYE"},
+        {154, "WCOM WCOP WOAF WOAR WOAS WORS WPAY WPUB", "WCM WCP WAF WAR WAS - - WPB"},
     };
     for (const int major : {2, 3, 4}) {
         SCOPED_TRACE(major);
         Bytes frames;
         Calls expected;
         uint32_t number = 0;
-        for (const Row& row : rows) {
-            const std::string id = major == 2 ? row.v22 : row.v34;
-            if (id.empty()) continue;
-            frames += Frame(major, id, Raw({0, 'x'}));
-            ++number;
-            const Calls content = id[0] == 'T' ? Chars("x") : Codes({0, 'x'});
-            expected += BeginFrame(number, row.field) + content + EndFrame(number) + FrameBreak();
+        for (const auto& group : groups) {
+            std::istringstream ids(major == 2 ? group.v22 : group.v34);
+            uint32_t field = group.first;
+            for (std::string id; ids >> id; ++field) {
+                if (id == "-") continue;
+                frames += Frame(major, id, Raw({0, 'x'}));
+                ++number;
+                const Calls content = id[0] == 'T' ? Chars("x") : Codes({0, 'x'});
+                expected += BeginFrame(number, field) + content + EndFrame(number) + FrameBreak();
+            }
         }
         EXPECT_EQ(ReadTag(major, frames), expected + EndBreak());
     }
-    // User-defined frames are numbered by the frame; involved people have no field.
+    // User-defined and involved-people identifiers name no field.
     using kz::FrameId;
     for (const uint32_t id : {FrameId("TXXX"), FrameId("WXXX"), FrameId("IPLS"), FrameId("TXX"),
                               FrameId("WXX"), FrameId("IPL")})
