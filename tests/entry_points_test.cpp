@@ -118,28 +118,6 @@ TEST(InertEntryPoints, DoNothingBeyondTheirOneEffect) {
 
 // ---- Context allocation ---------------------------------------------------------
 
-TEST(ContextAllocation, FreshContextIsZeroAndFreedWhole) {
-    const int64_t before = KzSysLiveBlocks();
-    VwContext* context = VwAllocProc();
-    ASSERT_NE(context, nullptr);
-    EXPECT_EQ(KzSysLiveBlocks(), before + 1);
-    kz::ProcessContext* ctx = kz::ToContext(context);
-    const KzHandle handle = ctx->allocHandle;
-    EXPECT_NE(handle, nullptr);
-    kz::ProcessContext copy;
-    std::memcpy(&copy, ctx, sizeof copy);
-    copy.allocHandle = nullptr;
-    const auto* bytes = reinterpret_cast<const uint8_t*>(&copy);
-    EXPECT_TRUE(std::all_of(bytes, bytes + sizeof copy, [](uint8_t b) { return b == 0; }));
-    // A context without its handle is not freed.
-    ctx->allocHandle = nullptr;
-    VwFreeProc(context);
-    EXPECT_EQ(KzSysLiveBlocks(), before + 1);
-    ctx->allocHandle = handle;
-    VwFreeProc(context);
-    EXPECT_EQ(KzSysLiveBlocks(), before);
-}
-
 // A refused allocation, or a refused lock (the handle is freed): null.
 TEST(ContextAllocation, RefusedAllocationOrLockGivesNull) {
     const int64_t before = KzSysLiveBlocks();

@@ -35,7 +35,6 @@ const std::vector<FrameCase>& TextAndLinkCases() {
          Field(118, Utf16(Chars("B")))},
         {"TIT2_utf16_lone_last_byte_not_read", 3, "TIT2", Raw({1, 0xFF, 0xFE, 'A', 0, 'B'}),
          Field(118, Utf16(Chars("A")))},
-        {"TIT2_utf16_mark_cut_by_body_end", 3, "TIT2", Raw({1, 0xFF}), Field(118, Utf16({}))},
         {"TIT2_empty_body", 3, "TIT2", {}, Field(118, {})},
 
         // Frames the walker emits itself: numbers go out as raw bytes.
@@ -54,8 +53,6 @@ const std::vector<FrameCase>& TextAndLinkCases() {
         {"APIC_description_line_feed_is_a_character", 4, "APIC",
          Raw({0, 'i', 0, 3, 'a', 0x0A, 'b', 0, 0xFF}),
          Field(78, Codes({'i', 0x20, 3, 0x20, 'a', 0x0A, 'b'}))},
-        {"APIC_mime_runs_to_body_end", 3, "APIC", Raw({0, 'i', 'j'}),
-         Field(78, Codes({'i', 'j', 0x20, 0, 0x20}))},
         {"APIC_empty_body", 3, "APIC", {}, Field(78, Codes({0x20, 0, 0x20}))},
         {"ASPI_fields_then_spaced_points", 4, "ASPI",
          Raw({0, 0, 0, 0x0A, 0, 0, 1, 0, 0, 2, 8, 0x7F, 0x80}),
@@ -94,20 +91,14 @@ const std::vector<FrameCase>& TextAndLinkCases() {
          Field(80, Chars("abc ") + Chars("x") + LineBreak() + Chars("y"))},
         {"USLT_same_body", 3, "USLT", Raw({0, 'e', 'n', 'g', 'a', 'b', 'c', 0, 'x', 0x0A, 'y'}),
          Field(153, Chars("abc ") + Chars("x") + LineBreak() + Chars("y"))},
-        {"COMM_empty_descriptor", 3, "COMM", Raw({0, 'e', 'n', 'g', 0, 'x'}),
-         Field(80, Chars(" x"))},
         {"COMM_second_string_not_emitted", 3, "COMM", Raw({0, 'e', 'n', 'g', 0, 'x', 0, 'y'}),
          Field(80, Chars(" x"))},
         {"COMM_descriptor_line_feed_is_a_character", 3, "COMM",
          Raw({0, 'e', 'n', 'g', 0x0A, 0, 'x'}), Field(80, Chars("\n x"))},
-        {"COMM_descriptor_runs_to_body_end", 3, "COMM", Raw({0, 'e', 'n', 'g', 'a', 'b'}),
-         Field(80, Chars("ab "))},
         {"COMM_empty_body", 3, "COMM", {}, Field(80, Sp())},
         {"COMM_utf16_each_string_has_its_mark", 3, "COMM",
          Raw({1, 'e', 'n', 'g', 0xFF, 0xFE, 'd', 0, 0, 0, 0xFE, 0xFF, 0, 'x', 0, 0x0A, 0, 'y'}),
          Field(80, Utf16(Chars("d x") + LineBreak() + Chars("y")))},
-        {"COMM_utf16_mark_cut_by_body_end", 3, "COMM", Raw({1, 'e', 'n', 'g', 0xFF}),
-         Field(80, Utf16(Sp()))},
     };
     return cases;
 }

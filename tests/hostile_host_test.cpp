@@ -6,7 +6,6 @@
 #include <cstring>
 #include <functional>
 #include <random>
-#include <sstream>
 
 #include "filter/context.h"
 #include "kz_sys.h"
@@ -190,41 +189,6 @@ TEST(HostileHost, DeclaredSizeBeyondTheFile) {
     KzSysSetBlockLimit(KZ_SYS_DEFAULT_BLOCK_LIMIT);
     EXPECT_EQ(outcome.calls,
               SectionStart() + BeginFrame(1, KZ_FIELD_TIT2) + EndFrame(1) + FrameBreak() + EndBreak());
-}
-
-// Every dispatched identifier in its tag versions, with sizes around the
-// inline buffer's bound and beyond, cut at several lengths, under every
-// tag header flag: each file reads to the end the same way twice.
-TEST(HostileFiles, StructuredSmallFiles) {
-    const char* fourLetter =
-        "AENC APIC ASPI COMM COMR ENCR EQUA EQU2 ETCO GEOB GRID IPLS LINK MLLT OWNE PRIV PCNT POPM "
-        "POSS RBUF RVAD RVA2 RVRB SEEK SYLT TALB TCON TIT2 TXXX UFID USER USLT WCOM WXXX";
-    const char* threeLetter =
-        "CRA COM EQU ETC GEO IPL MLL CNT POP BUF REV SLT TAL TDI TT2 TXX UFI ULT WCM WXX";
-    const uint32_t sizes[] = {0, 1, 5, 16383, 16384, 16385, 70000, 0x7FFFFFFF, 0x80000000};
-    const Bytes body = Raw({1, 0xFF, 0xFE, 'a', 0, 0, 0, 'b', 0x0A, 0, 0, 0, 1, 2, 3});
-    KzSysSetBlockLimit(20000);
-    int files = 0;
-    for (const auto& [major, list] : {std::pair{3, fourLetter}, std::pair{4, fourLetter},
-                                      std::pair{2, threeLetter}}) {
-        std::istringstream ids(list);
-        for (std::string id; ids >> id;) {
-            for (const uint32_t size : sizes) {
-                for (const uint8_t flags : {0x00, 0x40, 0xF0}) {
-                    const Bytes whole = Tag(major, Frame(major, id, body, size) + Frame(major, id, body),
-                                            {.flags = flags}) +
-                                        Id3v1({.title = "t"});
-                    for (const size_t cut : {size_t{9}, size_t{14}, size_t{22}, whole.size()}) {
-                        const Bytes file(whole.begin(), whole.begin() + std::min(cut, whole.size()));
-                        ExpectEndsAndRepeats(file, {}, id + " size " + std::to_string(size));
-                        ++files;
-                    }
-                }
-            }
-        }
-    }
-    KzSysSetBlockLimit(KZ_SYS_DEFAULT_BLOCK_LIMIT);
-    EXPECT_GT(files, 5000);
 }
 
 }  // namespace
