@@ -18,24 +18,9 @@ const Bytes kTrailer = Id3v1({.title = "V"});
 const Bytes kFrameA = Frame(3, "TIT2", TextBody("A"));
 const Bytes kFrameB = Frame(3, "TPE1", TextBody("B"));
 
-struct WalkCase {
-    const char* name;
-    Bytes file;
-    Calls expected;  // after the section start, up to and including the end break
-    uint32_t frameCount;
-};
-
-void RunWalkCases(const std::vector<WalkCase>& cases) {
-    for (const auto& c : cases) {
-        Session s(c.file);
-        EXPECT_EQ(s.StartAndRead(), c.expected) << c.name;
-        EXPECT_EQ(s.ctx()->frameCount, c.frameCount) << c.name;
-    }
-}
-
 TEST(FrameWalk, StopConditionsAndTheCountTheyLeave) {
     const Calls a1 = TextField(1, 118, "A") + FrameBreak();
-    RunWalkCases({
+    ExpectWholeReads({
         {"tag ends right after the last frame", Tag(3, kFrameA + kFrameB) + kTrailer,
          a1 + TextField(2, 132, "B") + FrameBreak() + V1Fields(2) + EndBreak(), 8},
         {"padding after the last frame", Tag(3, kFrameA + kFrameB, {.padding = 20}) + kTrailer,
@@ -194,7 +179,7 @@ TEST(ExtendedHeader, SizeRulePerVersion) {
     const Bytes nextTag = Tag(3, kFrameB);
     const Calls a1 = TextField(1, 118, "A") + FrameBreak();
     const Calls skipped = TextField(1, 132, "B") + FrameBreak() + V1Fields(1) + EndBreak();
-    RunWalkCases({
+    ExpectWholeReads({
         {"ID3v2.3 size 6, not counting itself",
          Tag(3, BigEndian32(6) + Zeros(6) + kFrameA, ext) + kTrailer, a1 + V1Fields(1) + EndBreak(), 7},
         {"ID3v2.3 size 130 is plain",

@@ -203,4 +203,17 @@ int Session::ReadToEnd(int maxCalls) {
     return maxCalls;
 }
 
+void ExpectWholeReads(const std::vector<FileCase>& cases) {
+    for (const FileCase& c : cases) {
+        Session s(c.file);
+        EXPECT_EQ(s.StartAndRead(), c.expected) << c.name;
+        EXPECT_EQ(s.ctx()->sectionState, kz::kContentFinished) << c.name;
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(s.Read(), 0);
+            EXPECT_EQ(s.host.Take(), EndBreak()) << c.name;
+        }
+        EXPECT_EQ(s.ctx()->frameCount, c.frameCount) << c.name;
+    }
+}
+
 }  // namespace kztest

@@ -119,6 +119,18 @@ public:
     RecordingHost host;
 };
 
+// A file read whole by the first read call after the section start: the
+// calls up to and including the end break, and the frame count it leaves.
+struct FileCase {
+    const char* name;
+    Bytes file;
+    Calls expected;
+    uint32_t frameCount;
+};
+// Reads each file so, and checks that every read after the end repeats only
+// the end break.
+void ExpectWholeReads(const std::vector<FileCase>& cases);
+
 }  // namespace kztest
 
 #endif  // KZ_TESTS_RECORDING_HOST_H
