@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
+#include <map>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -39,6 +40,17 @@ inline std::string CaseName(const ::testing::TestParamInfo<FrameCase>& info) {
 const std::vector<FrameCase>& TextAndLinkCases();
 const std::vector<FrameCase>& DescriptiveCases();
 const std::vector<FrameCase>& TimingCases();
+
+// The three-letter form of an identifier ID3v2.2 also has, else "".
+inline std::string ThreeLetterForm(const std::string& id) {
+    static const std::map<std::string, std::string> forms = {
+        {"AENC", "CRA"}, {"COMM", "COM"}, {"EQUA", "EQU"}, {"ETCO", "ETC"}, {"GEOB", "GEO"},
+        {"IPLS", "IPL"}, {"MLLT", "MLL"}, {"PCNT", "CNT"}, {"POPM", "POP"}, {"RBUF", "BUF"},
+        {"RVRB", "REV"}, {"SYLT", "SLT"}, {"TIT2", "TT2"}, {"TXXX", "TXX"}, {"UFID", "UFI"},
+        {"USLT", "ULT"}, {"WOAR", "WAR"}, {"WXXX", "WXX"}};
+    const auto form = forms.find(id);
+    return form == forms.end() ? "" : form->second;
+}
 
 // One "char" call per code, in hex as the recording host writes it.
 inline Calls Codes(std::initializer_list<uint32_t> codes) {
