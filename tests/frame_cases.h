@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <initializer_list>
 #include <map>
@@ -52,16 +51,6 @@ inline std::string ThreeLetterForm(const std::string& id) {
     return form == forms.end() ? "" : form->second;
 }
 
-// One "char" call per code, in hex as the recording host writes it.
-inline Calls Codes(std::initializer_list<uint32_t> codes) {
-    Calls out;
-    for (const uint32_t code : codes) {
-        char text[16];
-        std::snprintf(text, sizeof text, "char %x", code);
-        out.push_back(text);
-    }
-    return out;
-}
 inline Calls Sp() { return Codes({0x20}); }
 inline Calls LineBreak() { return {"special 5"}; }
 inline Calls Repeat(const Calls& calls, size_t times) {

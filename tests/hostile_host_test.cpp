@@ -38,31 +38,25 @@ Bytes MixedFile() {
            SilentMpegFrames(2) + Id3v1({.title = "T", .artist = "A", .track = 2, .genre = 7});
 }
 
-struct Outcome {
-    Calls calls;
-    bool ended = false;
-};
+bool Ended(const Calls& calls) { return !calls.empty() && calls.back() == "break 2"; }
 
 // Opens, starts the section whatever the open said, and reads until the end
 // break or until 200 read calls; checks no host block is left.
-Outcome ReadThrough(Session& session, KzStream* stream) {
+Calls ReadThrough(Session& session) {
     const int64_t liveBefore = KzSysLiveBlocks();
+    KzStream* stream = session.file.stream();
     KzFileInfo info{};
     VwStreamOpen(stream, VW_FILETYPE_DEFAULT, 0, &info, session.context);
     VwStreamSection(stream, session.context);
-    Outcome outcome;
-    for (int n = 0; n < 200 && !outcome.ended; ++n) {
+    for (int n = 0; n < 200 && !Ended(session.host.calls()); ++n)
         EXPECT_EQ(VwStreamRead(stream, session.context), 0);
-        outcome.ended = !session.host.calls().empty() && session.host.calls().back() == "break 2";
-    }
-    outcome.calls = session.host.Take();
     EXPECT_EQ(KzSysLiveBlocks(), liveBefore) << "a host block was not released";
-    return outcome;
+    return session.host.Take();
 }
 
-// Reads the file under the faults; returns the outcome and the count of
-// read calls made on the stream.
-std::pair<Outcome, int> ReadHostile(const Bytes& file, const Faults& faults) {
+// Reads the file under the faults; returns the calls and the count of read
+// calls made on the stream.
+std::pair<Calls, int> ReadHostile(const Bytes& file, const Faults& faults) {
     Session session(file);
     if (faults.shortRead) {
         session.file.readLimit = [rule = faults.shortRead](int i, uint32_t count) {
@@ -71,15 +65,15 @@ std::pair<Outcome, int> ReadHostile(const Bytes& file, const Faults& faults) {
     }
     session.file.refuseSeek = faults.refuseSeek;
     session.file.failTell = faults.failTell;
-    const Outcome outcome = ReadThrough(session, session.file.stream());
-    return {outcome, session.file.reads};
+    const Calls calls = ReadThrough(session);
+    return {calls, session.file.reads};
 }
 
 // Reads the file twice under the same faults: both runs end and agree.
 void ExpectEndsAndRepeats(const Bytes& file, const Faults& faults, const std::string& what) {
-    const Outcome first = ReadHostile(file, faults).first;
-    EXPECT_TRUE(first.ended) << what;
-    EXPECT_EQ(first.calls, ReadHostile(file, faults).first.calls) << what;
+    const Calls first = ReadHostile(file, faults).first;
+    EXPECT_TRUE(Ended(first)) << what;
+    EXPECT_EQ(first, ReadHostile(file, faults).first) << what;
 }
 
 // A short read at every read call, a refused seek and a failed tell at each
@@ -115,7 +109,7 @@ TEST(HostileStream, MisreportedPositionsStillEnd) {
         session.file.tellsZero = true;
         session.file.neverMoves = neverMoves;
         session.file.readLimit = [](int i, uint32_t count) { return i < 1000 ? count : 0; };
-        EXPECT_TRUE(ReadThrough(session, session.file.stream()).ended) << neverMoves;
+        EXPECT_TRUE(Ended(ReadThrough(session))) << neverMoves;
         EXPECT_LT(session.file.reads, 1000) << neverMoves;
     }
 }
@@ -175,10 +169,10 @@ TEST(HostileHost, EveryAllocationFailing) {
     KzSysResetFaults();
     Session session(MixedFile());
     KzSysFailAllocationsAfter(0);
-    const Outcome outcome = ReadThrough(session, session.file.stream());
+    const Calls calls = ReadThrough(session);
     KzSysResetFaults();
-    EXPECT_TRUE(outcome.ended);
-    EXPECT_NE(std::find(outcome.calls.begin(), outcome.calls.end(), "begin F 3 78"), outcome.calls.end());
+    EXPECT_TRUE(Ended(calls));
+    EXPECT_NE(std::find(calls.begin(), calls.end(), "begin F 3 78"), calls.end());
 }
 
 // A body declared far larger than the file: the host refuses the block,
@@ -187,9 +181,9 @@ TEST(HostileHost, DeclaredSizeBeyondTheFile) {
     Bytes file = Tag(4, Frame(4, "TIT2", Raw({0}) + Latin1("x"), 0x0FFFFFFF) + Zeros(40));
     Session session(file);
     KzSysSetBlockLimit(static_cast<uint32_t>(file.size()));
-    const Outcome outcome = ReadThrough(session, session.file.stream());
+    const Calls calls = ReadThrough(session);
     KzSysSetBlockLimit(KZ_SYS_DEFAULT_BLOCK_LIMIT);
-    EXPECT_EQ(outcome.calls,
+    EXPECT_EQ(calls,
               SectionStart() + BeginFrame(1, KZ_FIELD_TIT2) + EndFrame(1) + FrameBreak() + EndBreak());
 }
 

@@ -148,7 +148,7 @@ TEST(ReadDriver, WholeFiles) {
          TextField(1, 118, "A") + FrameBreak() + V1Fields(1) + EndBreak(), 7},
         {"a tag that overruns the file does not hide the next tag", Tag(3, {}) + overrun + next,
          FrameBreak() + BeginFrame(1, 134) + Utf16({}) + EndFrame(1) + FrameBreak() + BeginFrame(3, 124) +
-             Utf16(Units(u"\uFF00\u4162\u0AE9")) + EndFrame(3) + FrameBreak() +
+             Utf16(Codes({0xFF00, 0x4162, 0x0AE9})) + EndFrame(3) + FrameBreak() +
              TextField(4, 97, std::string("\x02" "91 c b\0A\0", 10)) + FrameBreak() +
              TextField(5, 79, "\x01\xE0\xC6\xC3 \x85l\xB1\xC7 \x7F\xA7 ' \xBF ") + FrameBreak() +
              TextField(6, 154, wcom) + FrameBreak() + EndBreak(),

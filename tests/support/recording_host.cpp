@@ -40,9 +40,9 @@ Calls Chars(std::string_view text) {
     return out;
 }
 
-Calls Units(std::u16string_view text) {
+Calls Codes(std::initializer_list<uint32_t> codes) {
     Calls out;
-    for (char16_t unit : text) out.push_back("char " + Hex(unit));
+    for (const uint32_t code : codes) out.push_back("char " + Hex(code));
     return out;
 }
 

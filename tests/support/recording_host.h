@@ -18,6 +18,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,7 +37,7 @@ Calls& operator+=(Calls& to, const Calls& more);
 
 // Expected-call builders.
 Calls Chars(std::string_view text);       // one "char" per byte
-Calls Units(std::u16string_view text);    // one "char" per UTF-16 unit
+Calls Codes(std::initializer_list<uint32_t> codes);  // one "char" per code
 Calls BeginFrame(uint32_t number, uint32_t field);
 Calls EndFrame(uint32_t number);
 // begin F, the characters of text, end F.
