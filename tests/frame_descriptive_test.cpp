@@ -70,7 +70,6 @@ const std::vector<FrameCase>& DescriptiveCases() {
         {"IPLS_pairs", 3, "IPLS", Raw({0, 'a', 0, 'b', 0, 'c', 0, 'd', 0}), Chars("a b c d ")},
         {"IPLS_odd_list_ends_with_two_spaces", 3, "IPLS", Raw({0, 'a', 0, 'b', 0, 'c', 0}),
          Chars("a b c  ")},
-        {"IPLS_empty_string", 3, "IPLS", Raw({0, 'a', 0, 0, 'b', 0}), Chars("a  b  ")},
         {"IPLS_utf16_pairs", 3, "IPLS",
          Raw({1, 0xFF, 0xFE, 'a', 0, 0, 0, 0xFF, 0xFE, 'b', 0, 0, 0}), Utf16(Chars("a b "))},
         {"IPLS_utf16_odd_list_runs_to_body_end", 3, "IPLS",

@@ -27,9 +27,6 @@ const std::vector<FrameCase>& TimingCases() {
          Raw({1, 'e', 'n', 'g', 2, 1, 0xFF, 0xFE, 'D', 0, 0,
               0, 'H', 0,   'i', 0, 0, 0,    0,    0,   0, 0x10}),
          Field(103, Utf16(Chars("D Hi")))},
-        {"SYLT_utf16_big_endian", 4, "SYLT", Raw({1, 'e', 'n', 'g', 2, 1, 0xFE, 0xFF, 0, 'D', 0, 0,
-                                                  0, 'H', 0,   'i', 0, 0, 0,    0,    0, 0x10}),
-         Field(103, Utf16(Chars("D Hi")))},
         {"SYLT_encoding_3_takes_descriptor_bytes_as_mark", 4, "SYLT",
          Raw({3, 'e', 'n', 'g', 2, 1, 0, 'A', 0, 0, 0, 'B', 0, 0, 0, 0, 0, 1}),
          Field(103, Utf16(Chars(" B")))},
@@ -42,8 +39,6 @@ const std::vector<FrameCase>& TimingCases() {
         {"SYLT_utf16_item_cut_by_body_end", 3, "SYLT",
          Raw({1, 'e', 'n', 'g', 2, 1, 0xFF, 0xFE, 0, 0, 'A', 0, 'B'}),
          Field(103, Utf16(Chars(" A")))},
-        {"SYLT_empty_descriptor", 3, "SYLT", Raw({0, 'e', 'n', 'g', 2, 1, 0, 'A', 0, 0, 0, 0, 1}),
-         Field(103, Chars(" A"))},
         {"SYLT_descriptor_line_feed_is_a_character", 3, "SYLT",
          Raw({0, 'e', 'n', 'g', 2, 1, 0x0A, 0, 'a', 0x0A, 'b', 0, 0, 0, 0, 0, 1}),
          Field(103, Chars("\n a") + LineBreak() + Chars("b"))},
@@ -59,8 +54,6 @@ const std::vector<FrameCase>& TimingCases() {
         // Equalisation.
         {"EQU2_identification_and_point", 4, "EQU2", Raw({1, 'a', 'b', 0, 0, 0x64, 0xFE, 0}),
          Field(84, Codes({1, 0x20, 'a', 'b', 0x20, 0, 0x64, 0x20, 0xFE, 0, 0x20}))},
-        {"EQU2_empty_identification_in_v23_tag", 3, "EQU2", Raw({0, 0, 0, 0x64, 0xFE, 0}),
-         Field(84, Codes({0, 0x20, 0x20, 0, 0x64, 0x20, 0xFE, 0, 0x20}))},
         {"EQU2_final_point_cut", 4, "EQU2", Raw({0, 0, 0, 0x64, 0xFE}),
          Field(84, Codes({0, 0x20, 0x20, 0, 0x64, 0x20, 0xFE, 0, 0x20}))},
         {"EQUA_units_split_into_flag_and_frequency", 3, "EQUA", Raw({0x10, 0x80, 0x64, 0, 0x20}),
@@ -73,8 +66,6 @@ const std::vector<FrameCase>& TimingCases() {
         // Relative volume: RVA2 records are 5 bytes whatever the peak width.
         {"RVA2_identification_and_record", 4, "RVA2", Raw({'v', 0, 1, 0xFC, 0, 8, 0x7F}),
          Field(99, Codes({'v', 1, 0x20, 0xFC, 0, 0x20, 8, 0x20, 0x7F, 0x20}))},
-        {"RVA2_empty_identification_in_v23_tag", 3, "RVA2", Raw({0, 1, 0xFC, 0, 8, 0x7F}),
-         Field(99, Codes({1, 0x20, 0xFC, 0, 0x20, 8, 0x20, 0x7F, 0x20}))},
         {"RVA2_16_bit_peak_spills_into_next_record", 4, "RVA2",
          Raw({0, 1, 0xFC, 0, 0x10, 0x7F, 0x7F, 2, 0, 0, 8}),
          Field(99, Codes({1, 0x20, 0xFC, 0, 0x20, 0x10, 0x20, 0x7F, 0x20, 0x7F, 0x20, 2, 0, 0x20, 0,
@@ -87,7 +78,6 @@ const std::vector<FrameCase>& TimingCases() {
          Field(98, Codes({3, 0x20, 0x10, 0x20}))},
         {"RVAD_final_value_cut", 3, "RVAD", Raw({3, 0x10, 0x7F}),
          Field(98, Codes({3, 0x20, 0x10, 0x20, 0x7F, 0, 0x20}))},
-        {"RVAD_one_byte_body", 3, "RVAD", Raw({3}), Field(98, Codes({3, 0x20, 0, 0x20}))},
 
         // Reverb and buffer size: fixed layouts whatever the body's size.
         {"RVRB_all_fields", 3, "RVRB", kReverb, Field(100, kReverbOut)},
@@ -95,8 +85,6 @@ const std::vector<FrameCase>& TimingCases() {
          Field(100, Codes({0,    0x64, 0x20, 0, 0x64, 0x20, 0,    0x20, 0,    0x20, 0,
                            0x20, 0,    0x20, 0, 0x20, 0,    0x20, 0,    0x20, 0}))},
         {"RBUF_all_fields", 4, "RBUF", kBuffer, Field(97, kBufferOut)},
-        {"RBUF_twenty_byte_body_emits_eight", 3, "RBUF",
-         kBuffer + Raw({9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9}), Field(97, kBufferOut)},
         {"RBUF_five_byte_body", 3, "RBUF", Raw({0, 0x10, 0, 1, 7}),
          Field(97, Codes({0, 0x10, 0, 0x20, 1, 0x20, 7, 0, 0, 0}))},
 
@@ -104,8 +92,6 @@ const std::vector<FrameCase>& TimingCases() {
         {"MLLT_fields_then_table_run_together", 3, "MLLT", kTable, Field(91, kTableOut)},
         {"MLLT_eight_byte_body", 4, "MLLT", Raw({0, 1, 0, 1, 0xA1, 0, 0, 0x1A}),
          Field(91, Codes({0, 1, 0x20, 0, 1, 0xA1, 0x20, 0, 0, 0x1A, 0x20}))},
-        {"MLLT_three_byte_body", 3, "MLLT", Raw({0, 1, 2}),
-         Field(91, Codes({0, 1, 0x20, 2, 0, 0, 0x20, 0, 0, 0, 0x20}))},
         {"POSS_format_and_position", 4, "POSS", Raw({2, 0, 0, 0x10, 0}),
          Field(96, Codes({2, 0x20, 0, 0, 0x10, 0}))},
         {"POSS_one_byte_body", 3, "POSS", Raw({2}), Field(96, Codes({2, 0x20}))},
