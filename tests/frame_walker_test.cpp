@@ -144,20 +144,6 @@ TEST(SavedState, RestoredBlockReplaysTheSameFrames) {
     EXPECT_EQ(s.file.position(), at);
 }
 
-TEST(SavedState, SetDataCopiesExactlyTheLeadingBlock) {
-    Session s(kFourFrames);
-    s.Start();
-    VwSavedState block;
-    std::memset(&block, 0x3C, sizeof block);
-    const uint16_t fileType = s.ctx()->fileType;
-    VwSetData(&block, s.context);
-    EXPECT_EQ(std::memcmp(s.ctx(), &block, sizeof block), 0);
-    EXPECT_EQ(s.ctx()->fileType, fileType);
-    VwSavedState copy;
-    VwGetData(&copy, s.context);
-    EXPECT_EQ(std::memcmp(&copy, &block, sizeof block), 0);
-}
-
 // ---- Extended header ------------------------------------------------------------------------
 
 TEST(ExtendedHeader, SizeRulePerVersion) {
