@@ -6,7 +6,9 @@
 #include <array>
 #include <cstring>
 #include <regex>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "filter/context.h"
 #include "kz_id3.h"
@@ -126,6 +128,41 @@ TEST(ContextAllocation, RefusedAllocationOrLockGivesNull) {
     EXPECT_EQ(VwAllocProc(), nullptr);
     KzSysResetFaults();
     EXPECT_EQ(KzSysLiveBlocks(), before);
+}
+
+// ---- Routine map ------------------------------------------------------------------
+
+// Where each identifier lands in the routine slots is the module's own
+// choice; what counts is that each identifier but 0, 119, 120 and those
+// above 148 has a slot of its own, filled with the default by VwLocalUp and
+// by a null routine.
+TEST(RoutineMap, EachIdentifierReachesASlotOfItsOwn) {
+    VwContext* context = VwAllocProc();
+    ASSERT_NE(context, nullptr);
+    SORoutine* const slots = kz::ToContext(context)->routines;
+    const SORoutine dummy = reinterpret_cast<SORoutine>(&SODummy);
+    const SORoutine marker = reinterpret_cast<SORoutine>(&Sentinel);
+    uint64_t out = 0;
+    VwLocalUp(0xFEEDFACEull, &out, context);
+    EXPECT_EQ(out, 0xFEEDFACEull);
+    const std::vector<SORoutine> afterLocalUp(slots, slots + 148);
+    std::set<long> reached;
+    for (int id = 0; id <= 150; ++id) {
+        VwSetSoRtn(static_cast<uint16_t>(id), marker, context);
+        const auto slot = std::find(slots, slots + 148, marker);
+        const bool ignored = id == 0 || id == 119 || id == 120 || id > 148;
+        EXPECT_EQ(slot == slots + 148, ignored) << "identifier " << id;
+        if (slot == slots + 148) continue;
+        EXPECT_EQ(std::find(slot + 1, slots + 148, marker), slots + 148) << "identifier " << id;
+        EXPECT_TRUE(reached.insert(slot - slots).second) << "identifier " << id;
+        EXPECT_EQ(afterLocalUp[slot - slots], dummy) << "identifier " << id;
+        VwSetSoRtn(static_cast<uint16_t>(id), nullptr, context);
+        EXPECT_EQ(*slot, dummy) << "identifier " << id;
+    }
+    // The two slots no identifier reaches stay empty.
+    for (long i = 0; i < 148; ++i) EXPECT_EQ(afterLocalUp[i], reached.count(i) ? dummy : nullptr) << i;
+    EXPECT_EQ(reached.size(), 146u);
+    VwFreeProc(context);
 }
 
 }  // namespace

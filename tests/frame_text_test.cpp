@@ -72,6 +72,7 @@ const std::vector<FrameCase>& TextAndLinkCases() {
         {"TXXX_empty_description", 3, "TXXX", Raw({0, 0, 'v'}), UserField({}, Chars("v"))},
         {"TXXX_description_runs_to_body_end", 3, "TXXX", Raw({0, 'A', 0x0A}),
          UserField(Chars("A\n"), {})},
+        {"TXXX_empty_body", 3, "TXXX", {}, UserField({}, {})},
         {"TXXX_utf16_value_has_its_own_mark", 3, "TXXX",
          Raw({1, 0xFF, 0xFE, 'd', 0, 0, 0, 0xFE, 0xFF, 0, 'v', 0, 0x0A}),
          UserField(Utf16(Chars("d")), Utf16(Chars("v") + LineBreak()))},
