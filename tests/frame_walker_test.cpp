@@ -81,7 +81,7 @@ TEST(Breaks, StoppingAtEveryFrameGivesThePlainOutput) {
     for (const uint32_t status : {0x10000u, 0xFFFF0000u}) {
         Session s(file);
         s.Start();
-        s.host.StopAtEveryFrameBreak(status);
+        s.host.StopAtFrameBreak(0, status);
         EXPECT_EQ(s.ReadToEnd(), 1) << std::hex << status;
         EXPECT_EQ(s.host.calls(), expected) << std::hex << status;
     }
@@ -89,7 +89,7 @@ TEST(Breaks, StoppingAtEveryFrameGivesThePlainOutput) {
         for (const bool saving : {false, true}) {
             Session s(file);
             s.Start();
-            s.host.StopAtEveryFrameBreak(status);
+            s.host.StopAtFrameBreak(0, status);
             int reads = 0;
             for (; reads < 20 && (s.host.calls().empty() || s.host.calls().back() != "break 2"); ++reads) {
                 if (saving) {

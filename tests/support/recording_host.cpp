@@ -159,13 +159,7 @@ Calls RecordingHost::Take() {
 
 void RecordingHost::StopAtFrameBreak(int k, uint32_t status) {
     breakAnswer = [k, status](uint16_t kind, int frameBreaks) -> uint32_t {
-        return kind == SO_BREAK_FRAME && frameBreaks == k ? status : 0;
-    };
-}
-
-void RecordingHost::StopAtEveryFrameBreak(uint32_t status) {
-    breakAnswer = [status](uint16_t kind, int) -> uint32_t {
-        return kind == SO_BREAK_FRAME ? status : 0;
+        return kind == SO_BREAK_FRAME && (k == 0 || frameBreaks == k) ? status : 0;
     };
 }
 

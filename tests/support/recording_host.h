@@ -80,10 +80,9 @@ public:
     // The answer to SOOutBreak; by default 0 (go on).  Receives the kind and
     // the count of frame breaks seen so far, this one included.
     std::function<uint32_t(uint16_t kind, int frameBreaks)> breakAnswer;
-    // Answers `status` to the k-th frame break (counting from 1) only.
+    // Answers `status` to the k-th frame break (counting from 1), or to every
+    // frame break when k is 0.
     void StopAtFrameBreak(int k, uint32_t status = 1);
-    // Answers `status` to every frame break.
-    void StopAtEveryFrameBreak(uint32_t status = 1);
 
     uint64_t localUpValue = 0;
 
