@@ -91,7 +91,8 @@ TEST(Breaks, StoppingAtEveryFrameGivesThePlainOutput) {
             s.Start();
             s.host.StopAtFrameBreak(0, status);
             int reads = 0;
-            for (; reads < 20 && (s.host.calls().empty() || s.host.calls().back() != "break 2"); ++reads) {
+            for (; reads < 20 && (s.host.calls().empty() || s.host.calls().back() != "break 2");
+                 ++reads) {
                 if (saving) {
                     VwSavedState saved;
                     EXPECT_EQ(VwStreamTell(s.file.stream(), s.context), 0);

@@ -27,14 +27,16 @@ TEST(Trailer, CommentTrackAndGenreRules) {
     const Bytes full30 = Id3v1({.comment = "123456789012345678901234567890", .genre = 5});
     // Title, artist, album and year empty; the comment, track and genre
     // fields numbered from 4.
-    const auto row = [](const char* name, const Bytes& trailer, const Calls& afterYear, uint32_t count) {
+    const auto row = [](const char* name, const Bytes& trailer, const Calls& afterYear,
+                        uint32_t count) {
         return FileCase{name, SilentMpegFrames(1) + trailer,
                         TextField(0, 118, "") + TextField(1, 132, "") + TextField(2, 105, "") +
                             TextField(3, 150, "") + afterYear + EndBreak(),
                         count};
     };
     ExpectWholeReads({
-        row("ID3v1.1 track 7", v11abc, TextField(4, 80, "abc") + TextField(5, 139, "7") + TextField(6, 108, ""), 7),
+        row("ID3v1.1 track 7", v11abc,
+            TextField(4, 80, "abc") + TextField(5, 139, "7") + TextField(6, 108, ""), 7),
         row("ID3v1.1 track 255", Id3v1({.track = 255, .genre = 0}),
             TextField(4, 80, "") + TextField(5, 139, "255") + TextField(6, 108, "0"), 7),
         row("ID3v1.1 track 10", Id3v1({.track = 10, .genre = 12}),
@@ -52,7 +54,8 @@ TEST(Trailer, CommentTrackAndGenreRules) {
             TextField(4, 80, "acz") + TextField(5, 139, "7") + TextField(6, 108, ""), 7),
         // Title A, zero, B; year 1, 9, zero, 9: text bytes go out as they are,
         // zero bytes are skipped.
-        {"text bytes", Patched(Id3v1({.title = "A", .artist = "\xE9t\xE9", .year = "19"}), {{5, 'B'}, {96, '9'}}),
+        {"text bytes",
+         Patched(Id3v1({.title = "A", .artist = "\xE9t\xE9", .year = "19"}), {{5, 'B'}, {96, '9'}}),
          TextField(0, 118, "AB") + TextField(1, 132, "\xE9t\xE9") + TextField(2, 105, "") +
              TextField(3, 150, "199") + TextField(4, 80, "") + TextField(5, 108, "") + EndBreak(),
          6},
