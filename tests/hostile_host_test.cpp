@@ -1,6 +1,6 @@
-// Hosts and streams that do everything the interface allows, and files of
-// every small shape: the module must neither crash nor hang nor leak a host
-// block, and the same input must always give the same output.
+// Hosts and streams that do everything the interface allows: the module must
+// neither crash nor hang nor leak a host block, and the same input must
+// always give the same output.  (The fuzz targets try files of every shape.)
 #include <gtest/gtest.h>
 
 #include <cstring>
