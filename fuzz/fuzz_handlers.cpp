@@ -72,22 +72,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzHost host{0, 0, 0, 0, 0};
     RegisterHost(context, &host);
     ProcessContext* ctx = kz::ToContext(context);
-    FuzzStream stream;
-    InitStream(&stream, body.data(), bodySize);
+    kztest::MemoryStream stream(body);
     if ((flags & 4) != 0) KzSysFailAllocationsAfter(0);
 
     if (routine < kSingles) {
-        kSingleHandlers[routine](&stream.base, frameSize, ctx);
+        kSingleHandlers[routine](stream.stream(), frameSize, ctx);
     } else if (routine < kSingles + kMultis) {
         const MultiRoute& multi = kMultiHandlers[routine - kSingles];
-        multi.handler(&stream.base, multi.frameId, frameSize, ctx);
+        multi.handler(stream.stream(), multi.frameId, frameSize, ctx);
     } else if (routine == kSingles + kMultis) {
         kz::EmitUtf16Text(body.data(), flags >> 4, static_cast<int32_t>(bodySize), ctx);
     } else {
         kz::EmitEncodedString(body.data(), static_cast<int32_t>(bodySize), ctx);
     }
     // A handler takes its whole body from the stream, however it reads it.
-    if (routine < kSingles + kMultis && (flags & 1) == 0 && stream.position != bodySize) Finding();
+    const bool wholeBody = (flags & 1) != 0 || stream.position() == bodySize;
+    if (routine < kSingles + kMultis && !wholeBody) Finding();
 
     KzSysResetFaults();
     VwFreeProc(context);

@@ -1,40 +1,9 @@
 #include "fuzz_host.h"
 
-#include <cstring>
 #include <initializer_list>
 
 namespace kzfuzz {
 namespace {
-
-FuzzStream* Stream(KzStream* stream) { return reinterpret_cast<FuzzStream*>(stream); }
-
-int32_t Read(KzStream* handle, void* buffer, uint32_t count, uint32_t* countRead) {
-    FuzzStream* stream = Stream(handle);
-    uint32_t available = stream->position < stream->size ? stream->size - stream->position : 0;
-    if (count < available) available = count;
-    if (stream->maxRead != 0 && available > stream->maxRead) available = stream->maxRead;
-    if (available != 0) std::memcpy(buffer, stream->data + stream->position, available);
-    stream->position += available;
-    *countRead = available;
-    return 0;
-}
-
-int32_t Seek(KzStream* handle, uint16_t origin, int32_t offset) {
-    FuzzStream* stream = Stream(handle);
-    if (stream->refuseSeeks) return 1;
-    const int64_t base = origin == SO_SEEK_SET ? 0
-                         : origin == SO_SEEK_CUR ? int64_t{stream->position}
-                                                 : int64_t{stream->size};
-    const int64_t target = base + offset;
-    if (target < 0 || target > stream->size) return 1;
-    stream->position = static_cast<uint32_t>(target);
-    return 0;
-}
-
-int32_t Tell(KzStream* handle, uint32_t* position) {
-    *position = Stream(handle)->position;
-    return 0;
-}
 
 FuzzHost* Host(uint64_t user1, uint64_t user2) {
     if (user2 != ~user1) Finding();  // the user pair came back altered
@@ -78,10 +47,6 @@ SORoutine Generic(Routine routine) {
 }
 
 }  // namespace
-
-void InitStream(FuzzStream* stream, const uint8_t* data, uint32_t size) {
-    *stream = FuzzStream{{nullptr, &Read, nullptr, &Seek, &Tell}, data, size, 0, 0, false};
-}
 
 void RegisterHost(VwContext* context, FuzzHost* host) {
     uint64_t ignored = 0;

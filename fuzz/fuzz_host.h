@@ -1,6 +1,6 @@
-// A minimal host for the fuzz targets: a stream over the input bytes with
-// optional short reads and refused seeks, and routines that fold every host
-// call into a hash, so two runs over the same input can be compared.
+// A minimal host for the fuzz targets (their stream is the tests' memory
+// stream): routines that fold every host call into a hash, so two runs over
+// the same input can be compared.
 #ifndef KZ_FUZZ_FUZZ_HOST_H
 #define KZ_FUZZ_FUZZ_HOST_H
 
@@ -8,19 +8,9 @@
 #include <cstdlib>
 
 #include "kz_id3.h"
+#include "memory_stream.h"
 
 namespace kzfuzz {
-
-struct FuzzStream {
-    KzStream base;
-    const uint8_t* data;
-    uint32_t size;
-    uint32_t position;
-    uint32_t maxRead;  // 0: reads deliver all they can
-    bool refuseSeeks;
-};
-
-void InitStream(FuzzStream* stream, const uint8_t* data, uint32_t size);
 
 struct FuzzHost {
     uint64_t hash;

@@ -23,32 +23,27 @@ using namespace kzfuzz;
 constexpr size_t kControlBytes = 4;
 constexpr uint32_t kHostBlockProbe = 70000;
 
-struct Behaviour {
-    uint16_t fileType;
-    uint8_t stopPattern;
-    bool saveRestore;
-    bool replayFirstStop;
-    uint32_t maxRead;
-    int32_t allocationsBeforeFailure;
-};
-
-uint64_t Run(const Behaviour& behaviour, const uint8_t* file, uint32_t size) {
+// The control bytes are the first four of the input, as described above.
+uint64_t Run(const uint8_t* control, const uint8_t* file, uint32_t size) {
+    const bool saveRestore = (control[2] & 1) != 0;
+    const bool replayFirstStop = (control[2] & 2) != 0;
     const int64_t liveBefore = KzSysLiveBlocks();
     VwContext* context = VwAllocProc();
     if (context == nullptr) Finding();
-    FuzzHost host{0xCBF29CE484222325ull, 0, 0, 0, behaviour.stopPattern};
+    FuzzHost host{0xCBF29CE484222325ull, 0, 0, 0, control[1]};
     RegisterHost(context, &host);
-    FuzzStream stream;
-    InitStream(&stream, file, size);
-    stream.maxRead = behaviour.maxRead;
+    kztest::MemoryStream stream({file, file + size});
+    if (const uint32_t maxRead = control[2] >> 4; maxRead != 0) {
+        stream.readLimit = [maxRead](int, uint32_t) { return maxRead; };
+    }
     // Large enough for bodies in host blocks (and for bodies declared
     // larger than the file), small enough to keep a run quick.
     KzSysSetBlockLimit(size < kHostBlockProbe ? kHostBlockProbe : size);
-    KzSysFailAllocationsAfter(behaviour.allocationsBeforeFailure);
+    KzSysFailAllocationsAfter(control[3] == 0 ? -1 : control[3] - 1);
 
     KzFileInfo info{};
-    VwStreamOpen(&stream.base, behaviour.fileType, 0, &info, context);
-    VwStreamSection(&stream.base, context);
+    VwStreamOpen(stream.stream(), static_cast<uint16_t>(1700 + control[0] % 20), 0, &info, context);
+    VwStreamSection(stream.stream(), context);
 
     VwSavedState firstStop{};
     bool haveFirstStop = false;
@@ -59,31 +54,31 @@ uint64_t Run(const Behaviour& behaviour, const uint8_t* file, uint32_t size) {
     uint64_t reads = 0;
     while (host.endBreaks == 0) {
         if (++reads > maxReads) Finding();
-        VwStreamRead(&stream.base, context);
+        VwStreamRead(stream.stream(), context);
         if (host.endBreaks != 0) break;
         VwSavedState saved;
-        VwStreamTell(&stream.base, context);
+        VwStreamTell(stream.stream(), context);
         VwGetData(&saved, context);
         if (!haveFirstStop) {
             firstStop = saved;
             haveFirstStop = true;
         }
-        if (behaviour.replayFirstStop && !replayed && reads > 1) {
+        if (replayFirstStop && !replayed && reads > 1) {
             replayed = true;
             saved = firstStop;
         }
-        if (behaviour.saveRestore || replayed) {
+        if (saveRestore || replayed) {
             VwSetData(&saved, context);
-            VwStreamSeek(&stream.base, context);
+            VwStreamSeek(stream.stream(), context);
         }
     }
     // After the end, a further read only repeats the end break.
     const uint64_t callsAtEnd = host.calls;
-    VwStreamRead(&stream.base, context);
+    VwStreamRead(stream.stream(), context);
     if (host.calls != callsAtEnd + 1 || host.endBreaks != 2) Finding();
 
     KzSysResetFaults();
-    VwStreamClose(&stream.base, context);
+    VwStreamClose(stream.stream(), context);
     VwFreeProc(context);
     if (KzSysLiveBlocks() != liveBefore) Finding();
     return host.hash;
@@ -93,16 +88,8 @@ uint64_t Run(const Behaviour& behaviour, const uint8_t* file, uint32_t size) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < kControlBytes || size > 0x7FFFFFFF) return 0;
-    const Behaviour behaviour{
-        static_cast<uint16_t>(1700 + data[0] % 20),
-        data[1],
-        (data[2] & 1) != 0,
-        (data[2] & 2) != 0,
-        static_cast<uint32_t>(data[2] >> 4),
-        data[3] == 0 ? -1 : data[3] - 1,
-    };
     const uint8_t* file = data + kControlBytes;
     const auto fileSize = static_cast<uint32_t>(size - kControlBytes);
-    if (Run(behaviour, file, fileSize) != Run(behaviour, file, fileSize)) Finding();
+    if (Run(data, file, fileSize) != Run(data, file, fileSize)) Finding();
     return 0;
 }

@@ -2,6 +2,7 @@
 // content and reads in states that have no content.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "filter/context.h"
@@ -16,28 +17,6 @@ using namespace kztest;
 
 // ---- ID3v1 trailer ---------------------------------------------------------------------
 
-TEST(Trailer, WorkedExampleGivesExactlyTheseCalls) {
-    Session s(SilentMpegFrames(3) + Id3v1({.title = "Song",
-                                           .artist = "Band",
-                                           .year = "1999",
-                                           .comment = "Hi",
-                                           .track = 3,
-                                           .genre = 17}));
-    EXPECT_EQ(s.StartAndRead(), TextField(0, 118, "Song") + TextField(1, 132, "Band") +
-                                 TextField(2, 105, "") + TextField(3, 150, "1999") +
-                                 TextField(4, 80, "Hi") + TextField(5, 139, "3") +
-                                 TextField(6, 108, "17") + EndBreak());
-    EXPECT_EQ(s.ctx()->frameCount, 7u);
-    EXPECT_EQ(s.ctx()->sectionState, kz::kContentFinished);
-}
-
-struct TrailerCase {
-    const char* name;
-    Bytes trailer;  // 128 bytes
-    Calls afterYear;  // comment, track and genre fields, numbered from 4
-    uint32_t frameCount;
-};
-
 Bytes Patched(Bytes trailer, std::initializer_list<std::pair<size_t, uint8_t>> bytes) {
     for (const auto& [offset, value] : bytes) trailer[offset] = value;
     return trailer;
@@ -46,47 +25,46 @@ Bytes Patched(Bytes trailer, std::initializer_list<std::pair<size_t, uint8_t>> b
 TEST(Trailer, CommentTrackAndGenreRules) {
     const Bytes v11abc = Id3v1({.comment = "abc", .track = 7});
     const Bytes full30 = Id3v1({.comment = "123456789012345678901234567890", .genre = 5});
-    const TrailerCase cases[] = {
-        {"ID3v1.1 track 7", v11abc, TextField(4, 80, "abc") + TextField(5, 139, "7") + TextField(6, 108, ""), 7},
-        {"ID3v1.1 track 255", Id3v1({.track = 255, .genre = 0}),
-         TextField(4, 80, "") + TextField(5, 139, "255") + TextField(6, 108, "0"), 7},
-        {"ID3v1.1 track 10", Id3v1({.track = 10, .genre = 12}),
-         TextField(4, 80, "") + TextField(5, 139, "10") + TextField(6, 108, "12"), 7},
-        {"ID3v1.0 comment of 30 characters", full30,
-         TextField(4, 80, "123456789012345678901234567890") + TextField(5, 108, "5"), 6},
-        {"bytes 125 and 126 both zero", Id3v1({.comment = "abc", .genre = 254}),
-         TextField(4, 80, "abc") + TextField(5, 108, "254"), 6},
-        {"byte 125 set: no track", Patched(v11abc, {{125, 'X'}, {126, 5}}),
-         TextField(4, 80, "abcX\x05") + TextField(5, 108, ""), 6},
-        {"byte 125 set, byte 126 zero", Patched(v11abc, {{125, 'X'}, {126, 0}, {127, 100}}),
-         TextField(4, 80, "abcX") + TextField(5, 108, "100"), 6},
-        {"genre 9", Id3v1({.genre = 9}), TextField(4, 80, "") + TextField(5, 108, "9"), 6},
-        {"zero inside the comment", Patched(v11abc, {{98, 0}, {110, 'z'}}),
-         TextField(4, 80, "acz") + TextField(5, 139, "7") + TextField(6, 108, ""), 7},
+    // Title, artist, album and year empty; the comment, track and genre
+    // fields numbered from 4.
+    const auto row = [](const char* name, const Bytes& trailer, const Calls& afterYear,
+                        uint32_t count) {
+        return FileCase{name, SilentMpegFrames(1) + trailer,
+                        TextField(0, 118, "") + TextField(1, 132, "") + TextField(2, 105, "") +
+                            TextField(3, 150, "") + afterYear + EndBreak(),
+                        count};
     };
-    for (const auto& c : cases) {
-        Session s(SilentMpegFrames(1) + c.trailer);
-        EXPECT_EQ(s.StartAndRead(), TextField(0, 118, "") + TextField(1, 132, "") +
-                                     TextField(2, 105, "") + TextField(3, 150, "") + c.afterYear +
-                                     EndBreak())
-            << c.name;
-        EXPECT_EQ(s.ctx()->frameCount, c.frameCount) << c.name;
-    }
-}
-
-TEST(Trailer, TextBytesGoOutAsTheyAreAndZerosAreSkipped) {
-    Bytes trailer = Id3v1({.title = "A", .artist = "\xE9t\xE9", .year = "19"});
-    trailer[5] = 'B';     // title: A, zero, B
-    trailer[96] = '9';    // year: 1, 9, zero, 9
-    Session s(trailer);
-    EXPECT_EQ(s.StartAndRead(), TextField(0, 118, "AB") + TextField(1, 132, "\xE9t\xE9") +
-                                 TextField(2, 105, "") + TextField(3, 150, "199") +
-                                 TextField(4, 80, "") + TextField(5, 108, "") + EndBreak());
+    ExpectWholeReads({
+        row("ID3v1.1 track 7", v11abc,
+            TextField(4, 80, "abc") + TextField(5, 139, "7") + TextField(6, 108, ""), 7),
+        row("ID3v1.1 track 255", Id3v1({.track = 255, .genre = 0}),
+            TextField(4, 80, "") + TextField(5, 139, "255") + TextField(6, 108, "0"), 7),
+        row("ID3v1.1 track 10", Id3v1({.track = 10, .genre = 12}),
+            TextField(4, 80, "") + TextField(5, 139, "10") + TextField(6, 108, "12"), 7),
+        row("ID3v1.0 comment of 30 characters", full30,
+            TextField(4, 80, "123456789012345678901234567890") + TextField(5, 108, "5"), 6),
+        row("bytes 125 and 126 both zero", Id3v1({.comment = "abc", .genre = 254}),
+            TextField(4, 80, "abc") + TextField(5, 108, "254"), 6),
+        row("byte 125 set: no track", Patched(v11abc, {{125, 'X'}, {126, 5}}),
+            TextField(4, 80, "abcX\x05") + TextField(5, 108, ""), 6),
+        row("byte 125 set, byte 126 zero", Patched(v11abc, {{125, 'X'}, {126, 0}, {127, 100}}),
+            TextField(4, 80, "abcX") + TextField(5, 108, "100"), 6),
+        row("genre 9", Id3v1({.genre = 9}), TextField(4, 80, "") + TextField(5, 108, "9"), 6),
+        row("zero inside the comment", Patched(v11abc, {{98, 0}, {110, 'z'}}),
+            TextField(4, 80, "acz") + TextField(5, 139, "7") + TextField(6, 108, ""), 7),
+        // Title A, zero, B; year 1, 9, zero, 9: text bytes go out as they are,
+        // zero bytes are skipped.
+        {"text bytes",
+         Patched(Id3v1({.title = "A", .artist = "\xE9t\xE9", .year = "19"}), {{5, 'B'}, {96, '9'}}),
+         TextField(0, 118, "AB") + TextField(1, 132, "\xE9t\xE9") + TextField(2, 105, "") +
+             TextField(3, 150, "199") + TextField(4, 80, "") + TextField(5, 108, "") + EndBreak(),
+         6},
+    });
 }
 
 TEST(Trailer, UnreadableTrailerIsReportedOnce) {
     Session s(SilentMpegFrames(1) + Id3v1({.title = "Song"}));
-    s.file.readLimit = [](uint32_t, uint32_t count) { return count == 125 ? 124u : count; };
+    s.file.readLimit = [](int, uint32_t count) { return count == 125 ? 124u : count; };
     EXPECT_EQ(s.StartAndRead(), Calls{"failure 9"} + EndBreak());
     EXPECT_EQ(s.Read(), 0);
     EXPECT_EQ(s.host.Take(), EndBreak());
@@ -117,13 +95,6 @@ TEST(Trailer, SectionStartedOnAFileWithNothingToRead) {
 
 const std::string kLong(200, 'L');  // a size of at least 128 shows how it is coded
 
-struct FileCase {
-    const char* name;
-    Bytes file;
-    Calls expected;  // after the section start, up to and including the end break
-    uint32_t frameCount;
-};
-
 TEST(ReadDriver, WholeFiles) {
     const Bytes audio = SilentMpegFrames(2);
     const Bytes trailer = Id3v1({.title = "V"});
@@ -144,15 +115,12 @@ TEST(ReadDriver, WholeFiles) {
     const Bytes tmoo = Raw({2, 0x00, 0xFE, 0xFF, 0x00, 0x41, 0x62, 0x0A, 0xE9, 0x00});
     const Bytes next = Tag(3, Frame(3, "TMOO", tmoo) + Frame(3, "RBUF", rbuf) +
                                   Frame(3, "ASPI", aspi) + Frame(3, "WCOM", Latin1(wcom)));
-    const FileCase cases[] = {
+    ExpectWholeReads({
         {"ID3v2.3",
          Tag(3, Frame(3, "TIT2", TextBody("Song")) + Frame(3, "TPE1", TextBody(kLong))) + audio + trailer,
          twoFrames + V1Fields(2) + EndBreak(), 8},
         {"ID3v2.2",
          Tag(2, Frame(2, "TT2", TextBody("Song")) + Frame(2, "TP1", TextBody(kLong))) + audio + trailer,
-         twoFrames + V1Fields(2) + EndBreak(), 8},
-        {"ID3v2.4",
-         Tag(4, Frame(4, "TIT2", TextBody("Song")) + Frame(4, "TPE1", TextBody(kLong))) + audio + trailer,
          twoFrames + V1Fields(2) + EndBreak(), 8},
         {"ID3v2.3 without trailer",
          Tag(3, Frame(3, "TIT2", TextBody("Song")) + Frame(3, "TPE1", TextBody(kLong))) + audio,
@@ -184,30 +152,17 @@ TEST(ReadDriver, WholeFiles) {
          TextField(1, 118, "A") + FrameBreak() + V1Fields(1) + EndBreak(), 7},
         {"a tag that overruns the file does not hide the next tag", Tag(3, {}) + overrun + next,
          FrameBreak() + BeginFrame(1, 134) + Utf16({}) + EndFrame(1) + FrameBreak() + BeginFrame(3, 124) +
-             Utf16(Units(u"\uFF00\u4162\u0AE9")) + EndFrame(3) + FrameBreak() +
+             Utf16(Codes({0xFF00, 0x4162, 0x0AE9})) + EndFrame(3) + FrameBreak() +
              TextField(4, 97, std::string("\x02" "91 c b\0A\0", 10)) + FrameBreak() +
              TextField(5, 79, "\x01\xE0\xC6\xC3 \x85l\xB1\xC7 \x7F\xA7 ' \xBF ") + FrameBreak() +
              TextField(6, 154, wcom) + FrameBreak() + EndBreak(),
          6},
-    };
-    for (const auto& c : cases) {
-        Session s(c.file);
-        EXPECT_EQ(s.StartAndRead(), c.expected) << c.name;
-        EXPECT_EQ(s.ctx()->frameCount, c.frameCount) << c.name;
-        EXPECT_EQ(s.ctx()->sectionState, kz::kContentFinished) << c.name;
-    }
+    });
 }
 
-TEST(ReadDriver, EveryReadAfterTheEndRepeatsOnlyTheEndBreak) {
-    Session s(Tag(3, Frame(3, "TIT2", TextBody("A"))) + Id3v1({.title = "V"}));
-    EXPECT_EQ(s.StartAndRead(), TextField(1, 118, "A") + FrameBreak() + V1Fields(1) + EndBreak());
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(s.Read(), 0);
-        EXPECT_EQ(s.host.Take(), EndBreak());
-    }
-    EXPECT_EQ(s.ctx()->frameCount, 7u);
-}
-
+// A saved-state block of a state the driver does not know: VwSetData copies
+// exactly the leading block (the file type after it stays), and a read then
+// does nothing.
 TEST(ReadDriver, ReadBeforeOpenOrSectionOrInUnknownStateDoesNothing) {
     Session s(Tag(3, Frame(3, "TIT2", TextBody("A"))) + Id3v1({.title = "V"}));
     EXPECT_EQ(s.Read(), 0);  // not even opened
@@ -220,12 +175,17 @@ TEST(ReadDriver, ReadBeforeOpenOrSectionOrInUnknownStateDoesNothing) {
     EXPECT_EQ(VwStreamSection(s.file.stream(), s.context), 0);
     s.host.Take();
     VwSavedState block;
-    VwGetData(&block, s.context);
-    block.sectionState = 7;
+    std::memset(&block, 0x3C, sizeof block);
+    const uint16_t fileType = s.ctx()->fileType;
     VwSetData(&block, s.context);
+    EXPECT_EQ(std::memcmp(s.ctx(), &block, sizeof block), 0);
+    EXPECT_EQ(s.ctx()->fileType, fileType);
+    VwSavedState copy;
+    VwGetData(&copy, s.context);
+    EXPECT_EQ(std::memcmp(&copy, &block, sizeof block), 0);
     EXPECT_EQ(s.Read(), 0);
     EXPECT_TRUE(s.host.Take().empty());
-    EXPECT_EQ(s.ctx()->sectionState, 7);
+    EXPECT_EQ(s.ctx()->sectionState, 0x3C3C);
 }
 
 TEST(ReadDriver, SecondSectionStartKeepsTheFrameCount) {

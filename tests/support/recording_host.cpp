@@ -40,9 +40,9 @@ Calls Chars(std::string_view text) {
     return out;
 }
 
-Calls Units(std::u16string_view text) {
+Calls Codes(std::initializer_list<uint32_t> codes) {
     Calls out;
-    for (char16_t unit : text) out.push_back("char " + Hex(unit));
+    for (const uint32_t code : codes) out.push_back("char " + Hex(code));
     return out;
 }
 
@@ -64,52 +64,6 @@ Calls Utf16(const Calls& inner) { return Calls{"charset utf16"} + inner + Calls{
 Calls V1Fields(uint32_t first, std::string_view title) {
     return TextField(first, 118, title) + TextField(first + 1, 132, "") + TextField(first + 2, 105, "") +
            TextField(first + 3, 150, "") + TextField(first + 4, 80, "") + TextField(first + 5, 108, "");
-}
-
-// ---- MemoryStream --------------------------------------------------------------
-
-MemoryStream::MemoryStream(Bytes data) : data_(std::move(data)) {
-    handle_.base = KzStream{nullptr, &Read, nullptr, &Seek, &Tell};
-    handle_.owner = this;
-}
-
-MemoryStream* MemoryStream::Owner(KzStream* stream) {
-    return reinterpret_cast<Handle*>(stream)->owner;
-}
-
-int32_t MemoryStream::Read(KzStream* stream, void* buffer, uint32_t count, uint32_t* countRead) {
-    MemoryStream* self = Owner(stream);
-    ++self->reads;
-    const uint32_t available =
-        self->position_ < self->data_.size() ? static_cast<uint32_t>(self->data_.size()) - self->position_ : 0;
-    uint32_t n = std::min(count, available);
-    if (self->readLimit) n = std::min(n, self->readLimit(self->position_, count));
-    if (n > 0) std::memcpy(buffer, self->data_.data() + self->position_, n);
-    self->position_ += n;
-    *countRead = n;
-    return 0;
-}
-
-int32_t MemoryStream::Seek(KzStream* stream, uint16_t origin, int32_t offset) {
-    MemoryStream* self = Owner(stream);
-    ++self->seeks;
-    int64_t base = 0;
-    if (origin == SO_SEEK_CUR) base = self->position_;
-    if (origin == SO_SEEK_END) base = static_cast<int64_t>(self->data_.size());
-    const int64_t target = base + offset;
-    if (origin > SO_SEEK_END || target < 0 || target > static_cast<int64_t>(self->data_.size())) {
-        ++self->failedSeeks;
-        return -1;
-    }
-    self->position_ = static_cast<uint32_t>(target);
-    return 0;
-}
-
-int32_t MemoryStream::Tell(KzStream* stream, uint32_t* position) {
-    MemoryStream* self = Owner(stream);
-    ++self->tells;
-    *position = self->position_;
-    return 0;
 }
 
 // ---- RecordingHost ---------------------------------------------------------------
@@ -205,13 +159,7 @@ Calls RecordingHost::Take() {
 
 void RecordingHost::StopAtFrameBreak(int k, uint32_t status) {
     breakAnswer = [k, status](uint16_t kind, int frameBreaks) -> uint32_t {
-        return kind == SO_BREAK_FRAME && frameBreaks == k ? status : 0;
-    };
-}
-
-void RecordingHost::StopAtEveryFrameBreak(uint32_t status) {
-    breakAnswer = [status](uint16_t kind, int) -> uint32_t {
-        return kind == SO_BREAK_FRAME ? status : 0;
+        return kind == SO_BREAK_FRAME && (k == 0 || frameBreaks == k) ? status : 0;
     };
 }
 
@@ -247,6 +195,19 @@ int Session::ReadToEnd(int maxCalls) {
     }
     ADD_FAILURE() << "no end break after " << maxCalls << " read calls";
     return maxCalls;
+}
+
+void ExpectWholeReads(const std::vector<FileCase>& cases) {
+    for (const FileCase& c : cases) {
+        Session s(c.file);
+        EXPECT_EQ(s.StartAndRead(), c.expected) << c.name;
+        EXPECT_EQ(s.ctx()->sectionState, kz::kContentFinished) << c.name;
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(s.Read(), 0);
+            EXPECT_EQ(s.host.Take(), EndBreak()) << c.name;
+        }
+        EXPECT_EQ(s.ctx()->frameCount, c.frameCount) << c.name;
+    }
 }
 
 }  // namespace kztest

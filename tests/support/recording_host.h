@@ -18,12 +18,14 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "filter/context.h"
 #include "kz_id3.h"
+#include "memory_stream.h"
 #include "tag_builder.h"
 
 namespace kztest {
@@ -35,7 +37,7 @@ Calls& operator+=(Calls& to, const Calls& more);
 
 // Expected-call builders.
 Calls Chars(std::string_view text);       // one "char" per byte
-Calls Units(std::u16string_view text);    // one "char" per UTF-16 unit
+Calls Codes(std::initializer_list<uint32_t> codes);  // one "char" per code
 Calls BeginFrame(uint32_t number, uint32_t field);
 Calls EndFrame(uint32_t number);
 // begin F, the characters of text, end F.
@@ -49,43 +51,6 @@ Calls V1Fields(uint32_t first, std::string_view title = "V");
 
 // A text frame body: encoding byte 0, then the characters.
 inline Bytes TextBody(std::string_view text) { return Raw({0}) + Latin1(text); }
-
-// A stream over a byte vector.  A seek whose target lies outside 0..size
-// fails with a non-zero result and leaves the position alone.
-class MemoryStream {
-public:
-    explicit MemoryStream(Bytes data = {});
-    MemoryStream(const MemoryStream&) = delete;
-    MemoryStream& operator=(const MemoryStream&) = delete;
-
-    KzStream* stream() { return &handle_.base; }
-    uint32_t position() const { return position_; }
-    void set_position(uint32_t position) { position_ = position; }
-    const Bytes& data() const { return data_; }
-
-    int reads = 0;
-    int seeks = 0;
-    int failedSeeks = 0;
-    int tells = 0;
-    // When set, decides how many bytes a read delivers: given the position
-    // and the count asked, returns at most the count.  Still bounded by the
-    // data.
-    std::function<uint32_t(uint32_t position, uint32_t count)> readLimit;
-
-private:
-    struct Handle {
-        KzStream base;
-        MemoryStream* owner;
-    };
-    static MemoryStream* Owner(KzStream* stream);
-    static int32_t Read(KzStream* stream, void* buffer, uint32_t count, uint32_t* countRead);
-    static int32_t Seek(KzStream* stream, uint16_t origin, int32_t offset);
-    static int32_t Tell(KzStream* stream, uint32_t* position);
-
-    Handle handle_;
-    Bytes data_;
-    uint32_t position_ = 0;
-};
 
 // The entry points a RecordingHost registers its routines through.
 struct RegistrationEntries {
@@ -115,10 +80,9 @@ public:
     // The answer to SOOutBreak; by default 0 (go on).  Receives the kind and
     // the count of frame breaks seen so far, this one included.
     std::function<uint32_t(uint16_t kind, int frameBreaks)> breakAnswer;
-    // Answers `status` to the k-th frame break (counting from 1) only.
+    // Answers `status` to the k-th frame break (counting from 1), or to every
+    // frame break when k is 0.
     void StopAtFrameBreak(int k, uint32_t status = 1);
-    // Answers `status` to every frame break.
-    void StopAtEveryFrameBreak(uint32_t status = 1);
 
     uint64_t localUpValue = 0;
 
@@ -154,6 +118,18 @@ public:
     MemoryStream file;
     RecordingHost host;
 };
+
+// A file read whole by the first read call after the section start: the
+// calls up to and including the end break, and the frame count it leaves.
+struct FileCase {
+    const char* name;
+    Bytes file;
+    Calls expected;
+    uint32_t frameCount;
+};
+// Reads each file so, and checks that every read after the end repeats only
+// the end break.
+void ExpectWholeReads(const std::vector<FileCase>& cases);
 
 }  // namespace kztest
 
