@@ -1,8 +1,8 @@
 // Frame bodies in a host block: failed allocations, bodies above 16,383 and
 // above 65,535 bytes; a tag holding every kind of frame; the byte order
 // that UTF-16 strings leave behind.
+#include <algorithm>
 #include <set>
-#include <regex>
 
 #include "frame_cases.h"
 #include "kz_sys.h"
@@ -127,12 +127,22 @@ namespace {
 // user-defined number 501 becomes 500 + n.
 Calls Renumbered(const Calls& calls, uint32_t n) {
     Calls out;
-    for (std::string call : calls) {
-        if (call.starts_with("begin") || call.starts_with("end")) {
-            call = std::regex_replace(call, std::regex(" 501\\b"), " " + std::to_string(500 + n));
-            call = std::regex_replace(call, std::regex("^(\\w+ F) 1\\b"), "$1 " + std::to_string(n));
+    for (const std::string& call : calls) {
+        if (!call.starts_with("begin") && !call.starts_with("end")) {
+            out.push_back(call);
+            continue;
         }
-        out.push_back(call);
+        std::string renumbered;
+        size_t start = 0;
+        for (int word = 0; start <= call.size(); ++word) {
+            const size_t stop = std::min(call.find(' ', start), call.size());
+            std::string token = call.substr(start, stop - start);
+            if (token == "501") token = std::to_string(500 + n);
+            if (word == 2 && token == "1" && call.find(" F ") == call.find(' ')) token = std::to_string(n);
+            renumbered += (word == 0 ? "" : " ") + token;
+            start = stop + 1;
+        }
+        out.push_back(renumbered);
     }
     return out;
 }
