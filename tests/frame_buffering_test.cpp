@@ -49,6 +49,23 @@ TEST(FrameAllocationFailure, EmptyFieldAndNextFrameReadRight) {
     }
 }
 
+TEST(FrameHostBlock, TextZeroBytesDependOnWhereTheBodyLies) {
+    for (const size_t size : {100u, 16383u, 16384u, 20000u}) {
+        SCOPED_TRACE(size);
+        const Bytes body = Raw({0}) + Latin1("abcdefghi") + Raw({0}) + Fill(size - 11, 'x');
+        Session s(Tag(3, Frame(3, "TIT2", body) + TitleFrame(3)));
+        s.Start();
+        const int64_t allocations = KzSysAllocationCount();
+        const int64_t liveBlocks = KzSysLiveBlocks();
+        s.ReadToEnd();
+        EXPECT_EQ(KzSysAllocationCount() - allocations, size > 16383 ? 1 : 0);
+        EXPECT_EQ(KzSysLiveBlocks(), liveBlocks);
+        const Calls zero = size > 16383 ? Codes({0}) : Calls{};
+        ExpectCalls(s.host.Take(),
+                    Field(118, Chars("abcdefghi") + zero + Same(size - 11, 'x')) + AfterCase(1));
+    }
+}
+
 // A body that the file cuts short: what a host block did not receive reads
 // as zero bytes.
 TEST(FrameHostBlock, ShortReadLeavesZeros) {

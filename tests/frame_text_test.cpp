@@ -55,6 +55,8 @@ const std::vector<FrameCase>& TextAndLinkCases() {
                           0x80, 0x20}))},
         {"ASPI_body_shorter_than_fixed_fields", 4, "ASPI", Raw({1, 2, 3}),
          Field(79, Codes({1, 2, 3, 0, 0x20, 0, 0, 0, 0, 0x20, 0, 0, 0x20, 0, 0x20}))},
+        {"CNT_is_the_play_counter", 2, "CNT", Raw({0, 0, 1, 0x2C}),
+         Field(94, Codes({0, 0, 1, 0x2C}))},
         {"PCNT_empty_body", 3, "PCNT", {}, Field(94, {})},
         {"SEEK_bytes", 4, "SEEK", Raw({0, 0, 0x40, 0}), Field(101, Codes({0, 0, 0x40, 0}))},
 
