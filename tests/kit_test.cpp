@@ -43,11 +43,10 @@ std::string Row(const kz_host_field& f) {
     return row + "=" + Str(f.text, f.text_len);
 }
 
-Strings Rows(const Bytes& bytes, int* status = nullptr) {
+Strings Rows(const Bytes& bytes) {
     Reader r;
     kz_host_result* result = nullptr;
-    const int got = kz_host_collect_memory(r.reader, bytes.data(), bytes.size(), nullptr, &result);
-    if (status != nullptr) *status = got;
+    EXPECT_EQ(kz_host_collect_memory(r.reader, bytes.data(), bytes.size(), nullptr, &result), KZ_HOST_OK);
     Strings rows;
     for (size_t i = 0; i < kz_host_result_count(result); ++i) {
         rows.push_back(Row(*kz_host_result_field(result, i)));
@@ -136,17 +135,24 @@ TEST(Kit, BadInputGivesTheDocumentedStatusAndNoCrash) {
     const bool rootReadsAnyway = probe >= 0;
     if (probe >= 0) close(probe);
     const std::string services = (std::filesystem::path(KZ_MODULE_PATH).parent_path() / "libkz_sys.so").string();
-    const Bytes threeFrames = Tag(3, Frame(3, "TIT2", Text("a")) + Frame(3, "TPE1", Text("b")) + Frame(3, "TALB", Text("c")));
-
-    kz_host_read_options badSize;
-    kz_host_read_options_init(&badSize);
+    const Bytes three = Tag(3, Frame(3, "TIT2", Text("a")) + Frame(3, "TPE1", Text("b")) + Frame(3, "TALB", Text("c")));
+    kz_host_read_options badSize, badFlags, fewChars;
+    for (kz_host_read_options* options : {&badSize, &badFlags, &fewChars}) kz_host_read_options_init(options);
     badSize.struct_size = 1;
-    kz_host_read_options badFlags;
-    kz_host_read_options_init(&badFlags);
     badFlags.flags = 0x80;
-    kz_host_read_options fewChars;
-    kz_host_read_options_init(&fewChars);
     fewChars.char_limit = 1;
+
+    using Info = kz_host_file_info;
+    using Call = std::function<int(Info&)>;
+    const auto file = [](kz_host_reader* from, const char* path, const kz_host_read_options* options = nullptr,
+                         kz_host_visitor visitor = &Ignore) -> Call {
+        return [=](Info& i) { return kz_host_read_file(from, path, options, visitor, nullptr, &i); };
+    };
+    const auto memory = [](kz_host_reader* from, const void* data, size_t size,
+                           const kz_host_read_options* options = nullptr, kz_host_visitor visitor = &Ignore,
+                           void* user = nullptr) -> Call {
+        return [=](Info& i) { return kz_host_read_memory(from, data, size, options, visitor, user, &i); };
+    };
     const auto newReader = [](const char* path, char* message, size_t size) {
         kz_host_reader_options options;
         kz_host_reader_options_init(&options);
@@ -169,67 +175,60 @@ TEST(Kit, BadInputGivesTheDocumentedStatusAndNoCrash) {
         kz_host_reader* reader;
         int status;
     } nested{reader, 0};
-    const auto readAgain = [](const kz_host_field*, void* user) {
+    const kz_host_visitor readAgain = [](const kz_host_field*, void* user) {
         auto* n = static_cast<Nested*>(user);
         n->status = kz_host_read_memory(n->reader, "", 0, nullptr, &Ignore, nullptr, nullptr);
         return 0;
     };
     uint16_t type = 0;
     char message[512];
-    using Info = kz_host_file_info;
+    const char* e = empty.c_str();
     const struct {
         const char* what;
-        std::function<int(Info&)> call;
+        Call call;
         int status;
-        int errnoValue;
-        const char* messagePart;  // in the reader's message, or null
+        int errnoValue = 0;
+        const char* messagePart = nullptr;  // in the reader's message
     } cases[] = {
         {"no reader out", [&](Info&) { return kz_host_reader_new(nullptr, nullptr, message, sizeof message); },
-         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+         KZ_HOST_ERROR_ARGUMENT},
         {"module missing", [&](Info&) { return newReader("/nonexistent/libkz_id3.so", message, sizeof message); },
          KZ_HOST_ERROR_MODULE_NOT_FOUND, 0, "/nonexistent/libkz_id3.so"},
         {"not the module", [&](Info&) { return newReader(services.c_str(), message, sizeof message); },
          KZ_HOST_ERROR_MODULE_INVALID, 0, "VwGetRtns"},
-        {"empty module path", [&](Info&) { return newReader("", nullptr, 0); }, KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"no reader", [&](Info& i) { return kz_host_read_file(nullptr, empty.c_str(), nullptr, &Ignore, nullptr, &i); },
-         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"no path", [&](Info& i) { return kz_host_read_file(reader, nullptr, nullptr, &Ignore, nullptr, &i); },
-         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"no visitor", [&](Info& i) { return kz_host_read_file(reader, empty.c_str(), nullptr, nullptr, nullptr, &i); },
-         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
+        {"empty module path", [&](Info&) { return newReader("", nullptr, 0); }, KZ_HOST_ERROR_ARGUMENT},
+        {"no reader", file(nullptr, e), KZ_HOST_ERROR_ARGUMENT},
+        {"no path", file(reader, nullptr), KZ_HOST_ERROR_ARGUMENT},
+        {"no visitor", file(reader, e, nullptr, nullptr), KZ_HOST_ERROR_ARGUMENT},
         {"no tracer", [&](Info& i) { return kz_host_trace_memory(reader, "", 0, nullptr, nullptr, nullptr, &i); },
-         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"options size", [&](Info& i) { return kz_host_read_file(reader, empty.c_str(), &badSize, &Ignore, nullptr, &i); },
-         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"unknown flag", [&](Info& i) { return kz_host_read_memory(reader, "", 0, &badFlags, &Ignore, nullptr, &i); },
-         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"no data", [&](Info& i) { return kz_host_read_memory(reader, nullptr, 3, nullptr, &Ignore, nullptr, &i); },
-         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"no bytes", [&](Info& i) { return kz_host_read_memory(reader, nullptr, 0, nullptr, &Ignore, nullptr, &i); },
-         KZ_HOST_NOTHING_TO_READ, 0, nullptr},
-        {"missing file", [&](Info& i) { return kz_host_read_file(reader, missing.c_str(), nullptr, &Ignore, nullptr, &i); },
-         KZ_HOST_ERROR_IO, ENOENT, nullptr},
-        {"directory", [&](Info& i) { return kz_host_trace_file(reader, directory.c_str(), nullptr, &IgnoreCall, nullptr, &i); },
-         KZ_HOST_ERROR_NOT_REGULAR, EISDIR, nullptr},
-        {"unreadable", [&](Info& i) { return rootReadsAnyway ? KZ_HOST_ERROR_IO : kz_host_read_file(reader, unreadable.c_str(), nullptr, &Ignore, nullptr, &i); },
-         KZ_HOST_ERROR_IO, rootReadsAnyway ? 0 : EACCES, nullptr},
-        {"empty file", [&](Info& i) { return kz_host_read_file(reader, empty.c_str(), nullptr, &Ignore, nullptr, &i); },
-         KZ_HOST_NOTHING_TO_READ, 0, nullptr},
-        {"visitor stops", [&](Info& i) { return kz_host_read_memory(reader, threeFrames.data(), threeFrames.size(), nullptr, &Stop, nullptr, &i); },
-         KZ_HOST_ERROR_STOPPED, 0, nullptr},
-        {"read inside a read", [&](Info& i) { return kz_host_read_memory(reader, threeFrames.data(), threeFrames.size(), nullptr, readAgain, &nested, &i) == KZ_HOST_OK ? nested.status : 0; },
-         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"character limit", [&](Info& i) { return kz_host_read_memory(reader, threeFrames.data(), threeFrames.size(), &fewChars, &Ignore, nullptr, &i); },
-         KZ_HOST_ERROR_UNFINISHED, 0, nullptr},
+         KZ_HOST_ERROR_ARGUMENT},
+        {"options size", file(reader, e, &badSize), KZ_HOST_ERROR_ARGUMENT},
+        {"unknown flag", memory(reader, "", 0, &badFlags), KZ_HOST_ERROR_ARGUMENT},
+        {"no data", memory(reader, nullptr, 3), KZ_HOST_ERROR_ARGUMENT},
+        {"no bytes", memory(reader, nullptr, 0), KZ_HOST_NOTHING_TO_READ},
+        {"missing file", file(reader, missing.c_str()), KZ_HOST_ERROR_IO, ENOENT},
+        {"directory",
+         [&](Info& i) { return kz_host_trace_file(reader, directory.c_str(), nullptr, &IgnoreCall, nullptr, &i); },
+         KZ_HOST_ERROR_NOT_REGULAR, EISDIR},
+        {"unreadable", rootReadsAnyway ? Call([](Info&) { return KZ_HOST_ERROR_IO; }) : file(reader, unreadable.c_str()),
+         KZ_HOST_ERROR_IO, rootReadsAnyway ? 0 : EACCES},
+        {"empty file", file(reader, e), KZ_HOST_NOTHING_TO_READ},
+        {"visitor stops", memory(reader, three.data(), three.size(), nullptr, &Stop), KZ_HOST_ERROR_STOPPED},
+        {"read inside a read",
+         [&](Info& i) { return memory(reader, three.data(), three.size(), nullptr, readAgain, &nested)(i) == KZ_HOST_OK
+                                   ? nested.status : 0; },
+         KZ_HOST_ERROR_ARGUMENT},
+        {"character limit", memory(reader, three.data(), three.size(), &fewChars), KZ_HOST_ERROR_UNFINISHED},
         {"collect, no result", [&](Info&) { return kz_host_collect_memory(reader, "", 0, nullptr, nullptr); },
-         KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"collect missing", [&](Info&) { return collect(missing); }, KZ_HOST_ERROR_IO, 0, nullptr},
-        {"collect truncated", [&](Info&) { return collect(truncated); }, KZ_HOST_OK, 0, nullptr},
-        {"detect, no path", [&](Info&) { return kz_host_detect_file(nullptr, &type); }, KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"detect, no type", [&](Info&) { return kz_host_detect_memory("", 0, nullptr); }, KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"detect, no data", [&](Info&) { return kz_host_detect_memory(nullptr, 1, &type); }, KZ_HOST_ERROR_ARGUMENT, 0, nullptr},
-        {"detect missing", [&](Info&) { return kz_host_detect_file(missing.c_str(), &type); }, KZ_HOST_ERROR_IO, 0, nullptr},
-        {"detect directory", [&](Info&) { return kz_host_detect_file(directory.c_str(), &type); }, KZ_HOST_ERROR_NOT_REGULAR, 0, nullptr},
+         KZ_HOST_ERROR_ARGUMENT},
+        {"collect missing", [&](Info&) { return collect(missing); }, KZ_HOST_ERROR_IO},
+        {"collect truncated", [&](Info&) { return collect(truncated); }, KZ_HOST_OK},
+        {"detect, no path", [&](Info&) { return kz_host_detect_file(nullptr, &type); }, KZ_HOST_ERROR_ARGUMENT},
+        {"detect, no type", [&](Info&) { return kz_host_detect_memory("", 0, nullptr); }, KZ_HOST_ERROR_ARGUMENT},
+        {"detect, no data", [&](Info&) { return kz_host_detect_memory(nullptr, 1, &type); }, KZ_HOST_ERROR_ARGUMENT},
+        {"detect missing", [&](Info&) { return kz_host_detect_file(missing.c_str(), &type); }, KZ_HOST_ERROR_IO},
+        {"detect directory", [&](Info&) { return kz_host_detect_file(directory.c_str(), &type); },
+         KZ_HOST_ERROR_NOT_REGULAR},
     };
     for (const auto& c : cases) {
         Info info{};
@@ -243,11 +242,11 @@ TEST(Kit, BadInputGivesTheDocumentedStatusAndNoCrash) {
     }
     // What a stop or a limit leaves: the fields before it; the limit says so.
     Info info{};
-    kz_host_read_memory(reader, threeFrames.data(), threeFrames.size(), nullptr, &Stop, nullptr, &info);
+    memory(reader, three.data(), three.size(), nullptr, &Stop)(info);
     EXPECT_EQ(info.field_count, 1u);
-    kz_host_read_memory(reader, threeFrames.data(), threeFrames.size(), &fewChars, &Ignore, nullptr, &info);
+    memory(reader, three.data(), three.size(), &fewChars)(info);
     EXPECT_EQ(info.truncated, 1);
-    kz_host_read_file(reader, truncated.c_str(), nullptr, &Ignore, nullptr, &info);
+    file(reader, truncated.c_str())(info);
     EXPECT_EQ(info.truncated, 1);
     EXPECT_EQ(info.end_seen, 1);
     // Null objects are harmless.
@@ -321,37 +320,29 @@ TEST(Kit, DetectsTheFileTypeFromTheTagsAndTheFirstAudioFrame) {
 // ---- Samples and corpus ----------------------------------------------------------------
 
 std::string Hex(const char* text, size_t length) {
-    static const char digits[] = "0123456789abcdef";
     std::string out;
     for (size_t i = 0; i < length; ++i) {
-        out += digits[static_cast<unsigned char>(text[i]) >> 4];
-        out += digits[static_cast<unsigned char>(text[i]) & 15];
+        const auto byte = static_cast<unsigned char>(text[i]);
+        out += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
     }
     return out;
 }
 
-// One line per file and one per item: what kzdump's JSON shows, texts in
-// hexadecimal UTF-8.
-std::string ItemLine(int kind, uint32_t tag, uint32_t number, const std::string& ident,
-                     const std::string& description, bool described, const std::string& text) {
-    if (kind == KZ_HOST_ITEM_FAILURE) return "X|" + std::to_string(tag) + "\n";
-    if (kind == KZ_HOST_ITEM_OUTSIDE) return "O|" + Hex(text.data(), text.size()) + "\n";
-    return "F|" + std::to_string(tag) + "|" + std::to_string(number) + "|" + ident + "|" +
-           (described ? Hex(description.data(), description.size()) : "-") + "|" +
-           Hex(text.data(), text.size()) + "\n";
-}
-
-std::string FileLine(const std::string& path, int32_t status, const std::string& type, bool end) {
-    return path + "|" + std::to_string(status) + "|" + type + "|" + (end ? "true" : "false") + "\n";
-}
-
+// One line per file and one per item, as kJsonSummary gives kzdump's JSON,
+// texts in hexadecimal UTF-8.
 std::string Summary(const std::string& path, const kz_host_result* result) {
+    if (result == nullptr) return path + " not read\n";
     const kz_host_file_info& info = *kz_host_result_info(result);
-    std::string out = FileLine(path, info.open_status, info.type_name, info.end_seen);
+    std::string out = path + "|" + std::to_string(info.open_status) + "|" + info.type_name + "|" +
+                      (info.end_seen ? "true" : "false") + "\n";
     for (size_t i = 0; i < kz_host_result_count(result); ++i) {
         const kz_host_field& f = *kz_host_result_field(result, i);
-        out += ItemLine(f.kind, f.tag, f.number, f.ident, Str(f.description, f.description_len),
-                        f.description != nullptr, Str(f.text, f.text_len));
+        if (f.kind == KZ_HOST_ITEM_FAILURE) out += "X|" + std::to_string(f.tag);
+        else if (f.kind == KZ_HOST_ITEM_OUTSIDE) out += "O|" + Hex(f.text, f.text_len);
+        else out += "F|" + std::to_string(f.tag) + "|" + std::to_string(f.number) + "|" + f.ident + "|" +
+                    (f.description != nullptr ? Hex(f.description, f.description_len) : "-") + "|" +
+                    Hex(f.text, f.text_len);
+        out += "\n";
     }
     return out;
 }
@@ -366,7 +357,7 @@ std::array<std::string, 2> ReadAll(const Strings& files) {
         kz_host_collect_file(r.reader, path.c_str(), nullptr, &results[0]);
         kz_host_collect_memory(r.reader, bytes.data(), bytes.size(), nullptr, &results[1]);
         for (int i = 0; i < 2; ++i) {
-            out[i] += results[i] != nullptr ? Summary(path, results[i]) : path + " not read\n";
+            out[i] += Summary(path, results[i]);
             kz_host_result_free(results[i]);
         }
     }
