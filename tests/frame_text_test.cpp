@@ -136,10 +136,11 @@ TEST(FrameFieldNumbers, TextAndUrlIdentifiersInBothForms) {
         }
         EXPECT_EQ(ReadTag(major, frames), expected + EndBreak());
     }
-    // User-defined and involved-people identifiers name no field.
+    // User-defined and involved-people identifiers name no field, nor does
+    // an unknown one.
     using kz::FrameId;
     for (const uint32_t id : {FrameId("TXXX"), FrameId("WXXX"), FrameId("IPLS"), FrameId("TXX"),
-                              FrameId("WXX"), FrameId("IPL")})
+                              FrameId("WXX"), FrameId("IPL"), FrameId("XYZW")})
         EXPECT_EQ(kz::FieldNumberOf(id), 0u) << std::hex << id;
 }
 

@@ -4,25 +4,20 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "id3v2/frame_walker.h"
 #include "kz_id3.h"
+#include "processes.h"
 #include "recording_host.h"
 
 namespace {
 
 using namespace kztest;
-using Strings = std::vector<std::string>;
 
-std::string Source(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(std::string(KZ_SAMPLES_DIR) + "/../" + path).rdbuf();
-    return text.str();
-}
+std::string Source(const std::string& path) { return ReadWhole(std::string(KZ_SAMPLES_DIR) + "/../" + path); }
 
 // The cells of the rows of every table whose header row starts with `header`.
 std::vector<Strings> Rows(const std::string& markdown, const std::string& header) {

@@ -159,20 +159,6 @@ TEST(HostileHost, ArbitrarySavedStateBlocks) {
     }
 }
 
-// With a context, a body that needs a host block is skipped and the rest of
-// the file still read.
-TEST(HostileHost, EveryAllocationFailing) {
-    KzSysFailAllocationsAfter(0);
-    VwFreeProc(VwAllocProc());  // no context; freeing the null does nothing
-    KzSysResetFaults();
-    Session session(MixedFile());
-    KzSysFailAllocationsAfter(0);
-    const Calls calls = ReadThrough(session);
-    KzSysResetFaults();
-    EXPECT_TRUE(Ended(calls));
-    EXPECT_NE(std::find(calls.begin(), calls.end(), "begin F 3 78"), calls.end());
-}
-
 // A body declared far larger than the file: the host refuses the block,
 // the field stays empty and nothing is emitted for it.
 TEST(HostileHost, DeclaredSizeBeyondTheFile) {
