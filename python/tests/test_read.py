@@ -13,7 +13,8 @@ def test_read_equals_kzdump():
     if os.environ.get("KZ_ID3_BATCH") == "1":  # the build made kz_id3._batch: read_many uses it
         assert kz_id3._reader._batch is not None
     expected = kzdump_records(FILES)
-    results = list(kz_id3.read_many(FILES, workers=2))
+    # Chunks of two paths, so that both threads read.
+    results = list(kz_id3.read_many(FILES, workers=2, chunk_size=2))
     assert [path for path, _ in results] == FILES
     for path, tags in results:
         assert tags.as_dict() == expected[path], path
