@@ -186,6 +186,12 @@ TEST(ExtendedHeader, SizeRulePerVersion) {
         {"ID3v2.4 size cut short", Tag(4, Raw({0, 0, 0}), {.flags = 0x40, .declaredSize = 20}),
          EndBreak(), 0},
     });
+    // When the tell after the ID3v2.3 size fails (the second tell; the first
+    // finds the tag's end), the position counts as 0 and the size alone
+    // decides: 0x7FFFFFFF passes, the seek is refused, frames are read after it.
+    Session s(Tag(3, BigEndian32(0x7FFFFFFFu) + kFrameA, ext) + nextTag + kTrailer);
+    s.file.failTell = [](int tell) { return tell == 1; };
+    EXPECT_EQ(s.StartAndRead(), a1 + TextField(2, 132, "B") + FrameBreak() + V1Fields(2) + EndBreak());
 }
 
 }  // namespace
