@@ -189,28 +189,4 @@ TEST(FrameEveryKind, OneTagHoldingEveryCase) {
     }
 }
 
-// The byte order of the last UTF-16 mark read stays in the context; a mark
-// that does not lie wholly inside its body leaves it alone.
-TEST(FrameUtf16Order, FollowsTheLastMarkRead) {
-    struct Row {
-        Bytes frames;
-        uint16_t order;
-    };
-    const Bytes little = Frame(3, "TPE1", Raw({1, 0xFF, 0xFE, 'A', 0}));
-    const Row rows[] = {
-        {little, 1},
-        {Frame(3, "TPE1", Raw({1, 0xFE, 0xFF, 0, 'A'})), 2},
-        {Frame(3, "TPE1", Raw({1, 0x12, 0x34})), 2},
-        {Frame(3, "APIC", Raw({1, 0, 3, 0xFF, 0xFE, 'A', 0})), 1},
-        {Frame(3, "SYLT", Raw({1, 'e', 'n', 'g', 2, 1, 0xFE, 0xFF, 0, 0})), 2},
-        {little + Frame(3, "TIT2", Raw({1, 0xFE})), 1},
-    };
-    for (const Row& row : rows) {
-        Session s(Tag(3, row.frames));
-        s.Start();
-        s.ReadToEnd();
-        EXPECT_EQ(kz::ToContext(s.context)->utf16Order, row.order);
-    }
-}
-
 }  // namespace kztest

@@ -159,17 +159,5 @@ TEST(HostileHost, ArbitrarySavedStateBlocks) {
     }
 }
 
-// A body declared far larger than the file: the host refuses the block,
-// the field stays empty and nothing is emitted for it.
-TEST(HostileHost, DeclaredSizeBeyondTheFile) {
-    Bytes file = Tag(4, Frame(4, "TIT2", Raw({0}) + Latin1("x"), 0x0FFFFFFF) + Zeros(40));
-    Session session(file);
-    KzSysSetBlockLimit(static_cast<uint32_t>(file.size()));
-    const Calls calls = ReadThrough(session);
-    KzSysSetBlockLimit(KZ_SYS_DEFAULT_BLOCK_LIMIT);
-    EXPECT_EQ(calls,
-              SectionStart() + BeginFrame(1, KZ_FIELD_TIT2) + EndFrame(1) + FrameBreak() + EndBreak());
-}
-
 }  // namespace
 }  // namespace kztest

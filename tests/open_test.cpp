@@ -1,12 +1,10 @@
-// Opening a stream: file type names, tag detection, the tag header and the
-// section start.
+// Opening a stream: file type names, tag detection and the section start.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 
 #include "filter/context.h"
-#include "id3v2/tag_header.h"
 #include "kz_id3.h"
 #include "recording_host.h"
 
@@ -116,62 +114,6 @@ TEST(StreamOpen, ClearsTheParseStateButKeepsRoutinesAndUserPair) {
     EXPECT_EQ(s.file.reads, reads);
     EXPECT_EQ(s.Read(), 0);
     EXPECT_EQ(s.host.Take(), V1Fields(0, "T") + EndBreak());
-}
-
-TEST(StreamOpen, ShortStreamRefusesTheTrailerSeekAndIsNotReadThere) {
-    Session s(Tag(3, Frame(3, "TIT2", Latin1("\0A"))) + Latin1("TAG"));
-    EXPECT_EQ(s.Open(), VW_OPEN_OK);
-    EXPECT_EQ(s.file.reads, 1);
-    EXPECT_EQ(s.file.failedSeeks, 1);
-    EXPECT_EQ(s.ctx()->hasId3v1, 0);
-}
-
-// ---- Tag header ---------------------------------------------------------------------
-
-struct HeaderCase {
-    const char* name;
-    Bytes data;
-    uint32_t at;
-    kz::TagHeaderStatus status;
-    uint8_t major, revision;
-    uint16_t flags[4];
-    uint32_t tagSize, tagEnd;
-    uint16_t hasId3v2;
-};
-
-TEST(TagHeader, ReadsVersionFlagsAndSize) {
-    using kz::kNoTagHeader, kz::kTagHeaderOk, kz::kUnsupportedTagVersion;
-    const HeaderCase cases[] = {
-        {"size 257", Raw({'I', 'D', '3', 3, 0, 0, 0, 0, 2, 1}), 0, kTagHeaderOk, 3, 0,
-         {0, 0, 0, 0}, 257, 267, 1},
-        {"size top bits dropped", Raw({'I', 'D', '3', 3, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}), 0,
-         kTagHeaderOk, 3, 0, {0, 0, 0, 0}, 268435455, 268435465, 1},
-        {"all flags", Raw({'I', 'D', '3', 4, 1, 0xF0, 0, 0, 0, 0}), 0, kTagHeaderOk, 4, 1,
-         {0x80, 0x40, 0x20, 0x10}, 0, 10, 1},
-        {"low flag bits ignored", Raw({'I', 'D', '3', 4, 0, 0x0F, 0, 0, 0, 0}), 0, kTagHeaderOk, 4,
-         0, {0, 0, 0, 0}, 0, 10, 1},
-        {"major 2", Raw({'I', 'D', '3', 2, 5, 0x40, 0, 0, 1, 0}), 0, kTagHeaderOk, 2, 5,
-         {0, 0x40, 0, 0}, 128, 138, 1},
-        {"second tag at 100", Bytes(100, 0) + Raw({'I', 'D', '3', 3, 0, 0, 0, 0, 2, 1}), 100,
-         kTagHeaderOk, 3, 0, {0, 0, 0, 0}, 257, 367, 1},
-        {"major 1", Raw({'I', 'D', '3', 1, 0, 0x80, 0, 0, 0, 5}), 0, kUnsupportedTagVersion, 1, 0,
-         {0x80, 0, 0, 0}, 5, 15, 0},
-        {"major 255", Raw({'I', 'D', '3', 255, 0, 0, 0, 0, 0, 3}), 0, kUnsupportedTagVersion, 255,
-         0, {0, 0, 0, 0}, 3, 13, 0},
-    };
-    for (const auto& c : cases) {
-        MemoryStream file(c.data + Bytes(20, 0));
-        file.set_position(c.at);
-        kz::ProcessContext ctx{};
-        EXPECT_EQ(kz::ReadTagHeader(file.stream(), &ctx), c.status) << c.name;
-        EXPECT_EQ(ctx.versionMajor, c.major) << c.name;
-        EXPECT_EQ(ctx.versionRevision, c.revision) << c.name;
-        for (int i = 0; i < 4; ++i) EXPECT_EQ(ctx.headerFlags[i], c.flags[i]) << c.name << " flag " << i;
-        EXPECT_EQ(ctx.tagSize, c.tagSize) << c.name;
-        EXPECT_EQ(ctx.tagEnd, c.tagEnd) << c.name;
-        EXPECT_EQ(ctx.hasId3v2, c.hasId3v2) << c.name;
-        EXPECT_EQ(file.position(), c.at + 10) << c.name;
-    }
 }
 
 }  // namespace
