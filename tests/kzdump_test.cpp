@@ -142,6 +142,8 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
         {{"--type", "1708", two}, Strings{two + ": ID3 Ver 1.x"} + kTwoTags},
         {{"--type=9999", two}, Strings{two + ": type 9999"} + kTwoTags},
         {{"--filter", KZ_MODULE_PATH, two}, Strings{two + kType} + kTwoTags},
+        // Nothing to read: status 1, and with -q no message.
+        {{"-q", silent}, {silent + ": MPEG-1 audio - Layer 3: no tags"}, 1},
         // Files that cannot be read: status 3, one error line each, the
         // other files still read.
         {{silent, missing, two}, Strings{silent + ": MPEG-1 audio - Layer 3: no tags", two + kType} + kTwoTags, 3,
