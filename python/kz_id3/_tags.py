@@ -191,11 +191,10 @@ class Tags:
         """The file as ``kzdump --json`` gives it: "path", "status", "type",
         "fields" and "end", JSON-ready.  The fields carry "id3v1" besides
         kzdump's keys, and leave out "codes" and "strings"."""
-        if self._fields is None and _batch:
-            fields = _batch.parse(self._packed, self._only, True)
-        else:
-            items = self._fields if self._fields is not None else self._items()
-            fields = [_entry(*item) for item in items]
+        if _batch:  # the whole record in one go
+            return _batch.record(self._packed, self.path, self._only)
+        items = self._fields if self._fields is not None else self._items()
+        fields = [_entry(*item) for item in items]
         return {"path": self.path, "status": self.status, "type": self.type_name,
                 "fields": fields, "end": self.end_seen}
 

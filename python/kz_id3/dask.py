@@ -17,9 +17,11 @@ cluster.  ``import kz_id3`` does not import this module or Dask.
 from __future__ import annotations
 
 import ctypes
+import glob
 import os
+import re
 import uuid
-from typing import Any, Dict, Iterable, List, Optional, Union
+from typing import Any, Dict, Iterable, List, Optional, Set, Union
 
 import dask
 import dask.bag
@@ -27,6 +29,7 @@ import dask.dataframe
 import pandas
 
 from ._reader import FieldFilter, PathLike, read_many
+from ._tags import Tags
 from ._walk import walk
 
 __all__ = ["scan", "read_partition", "to_dataframe", "index_shards", "COLUMNS"]
@@ -35,18 +38,86 @@ __all__ = ["scan", "read_partition", "to_dataframe", "index_shards", "COLUMNS"]
 COLUMNS = ("path", "ident", "number", "description", "text", "id3v1")
 
 
-def _is_pattern(path: str) -> bool:
-    return any(ch in path for ch in "*?[")
+_PATTERN = re.compile(r"[*?[]")
 
 
-def _expand(item: PathLike) -> List[str]:
-    import glob
-    path = os.fspath(item)
-    if _is_pattern(path):
-        return sorted(glob.glob(path, recursive=True))
-    if os.path.isdir(path):
-        return [entry.path for entry in walk(path)]
-    return [path]
+def _expand(items: List[PathLike]) -> List[str]:
+    """The files of ``items``, in order: patterns and directories expanded."""
+    listed: List[str] = []
+    plain = [os.fspath(item) for item in items]
+    if _PATTERN.search("\0".join(plain)) is not None:
+        # Lists of files (no pattern) are the common case: one search for all.
+        plain, patterned = [], plain
+        for path in patterned:
+            if _PATTERN.search(path) is None:
+                plain.append(path)
+            else:
+                _flush(plain, listed)
+                listed.extend(sorted(glob.glob(path, recursive=True)))
+    _flush(plain, listed)
+    return listed
+
+
+def _flush(paths: List[str], listed: List[str]) -> None:
+    """Appends ``paths`` to ``listed`` with every directory among them
+    replaced by the files under it, then empties ``paths``."""
+    directories = _directories(paths)
+    if directories:
+        for path in paths:
+            if path in directories:
+                listed.extend(entry.path for entry in walk(path))
+            else:
+                listed.append(path)
+    else:
+        listed.extend(paths)
+    paths.clear()
+
+
+def _directories(paths: List[str]) -> Set[str]:
+    """The paths that name directories (``os.path.isdir``).  Paths that
+    share a parent directory are looked up in one listing of it, with the
+    type the listing gives, rather than with a ``stat`` each: a list of
+    files from a few directories then costs a few system calls, not one a
+    file."""
+    by_parent: Dict[str, List[str]] = {}
+    for path in paths:
+        parent, slash, _ = path.rpartition("/")
+        by_parent.setdefault(parent + slash, []).append(path)
+    found: Set[str] = set()
+    for parent, members in by_parent.items():
+        unknown = members
+        if len(members) >= 4:
+            kinds = _kinds(parent or ".", 4 * len(members) + 64)
+            if kinds is not None:
+                unknown = []
+                start = len(parent)
+                for path in members:
+                    kind = kinds.get(path[start:])
+                    if kind is None:
+                        unknown.append(path)
+                    elif kind:
+                        found.add(path)
+        found.update(path for path in unknown if os.path.isdir(path))
+    return found
+
+
+def _kinds(directory: str, most: int) -> Optional[Dict[str, bool]]:
+    """Name to "is a directory" (following symbolic links) of the entries
+    of ``directory``; None when it cannot be listed or holds more than
+    ``most`` entries (then a ``stat`` of each path costs less)."""
+    kinds: Dict[str, bool] = {}
+    try:
+        with os.scandir(directory) as listing:
+            for entry in listing:
+                if len(kinds) >= most:
+                    return None
+                try:
+                    kinds[entry.name] = entry.is_dir()
+                except OSError:
+                    pass  # looked up with stat, which says the same
+    except OSError:
+        return None
+    return kinds
 
 
 def _reason(error: Exception) -> str:
@@ -104,13 +175,14 @@ def read_partition(paths: Iterable[PathLike], file_type: Optional[int] = None,
                    fields: FieldFilter = None) -> List[Dict[str, Any]]:
     """The records of one partition: what each task of :func:`scan` runs."""
     _tune_malloc()
-    records = []
+    records: List[Dict[str, Any]] = []
+    append = records.append
     for path, tags in read_many(_each_path(paths), workers=1, file_type=file_type,
-                                fields=fields):
-        if isinstance(tags, Exception):
-            records.append({"path": os.fspath(path), "error": _reason(tags)})
+                                fields=fields, chunk_size=256):
+        if type(tags) is Tags:
+            append(tags.as_dict())
         else:
-            records.append(tags.as_dict())
+            append({"path": os.fspath(path), "error": _reason(tags)})
     return records
 
 
@@ -141,7 +213,7 @@ def _paths(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag],
         return paths_or_globs
     items = [paths_or_globs] if isinstance(paths_or_globs, (str, os.PathLike)) \
         else list(paths_or_globs)
-    listed = [path for item in items for path in _expand(item)]
+    listed = _expand(items)
     chunks = [_PathChunk(listed[start:start + partition_size])
               for start in range(0, len(listed), partition_size)]
     return dask.bag.from_sequence(chunks or [_PathChunk([])], partition_size=1)
