@@ -341,11 +341,58 @@ static PyObject* Record(PyObject* self, PyObject* args) {
     return record;
 }
 
+/* idents(packed, only) -> list
+ * The identifiers of the tag fields of a packed result (not outside text or
+ * failures), in order, `only` as for parse(): what counting fields needs,
+ * without making their texts or dicts. */
+static PyObject* Idents(PyObject* self, PyObject* args) {
+    (void)self;
+    Py_buffer view;
+    PyObject* only;
+    if (!PyArg_ParseTuple(args, "y*O:idents", &view, &only)) return NULL;
+    const unsigned char* const data = view.buf;
+    const size_t size = (size_t)view.len;
+    PyObject* list = NULL;
+    if (size < kHeadSize || kHeadSize + (size_t)data[11] > size) {
+        CutShort();
+    } else {
+        list = PyList_New(0);
+        const uint32_t count = U32(data);
+        size_t offset = kHeadSize + (size_t)data[11];
+        for (uint32_t i = 0; i < count && list != NULL; ++i) {
+            const unsigned char* item = data + offset;
+            if (size - offset < kItemSize) {
+                CutShort();
+                Py_CLEAR(list);
+                break;
+            }
+            const size_t identLength = item[2];
+            const uint32_t descriptionLength = U32(item + 12), textLength = U32(item + 16);
+            const size_t rest = identLength + (descriptionLength == kNoDescription ? 0
+                                               : descriptionLength) + (size_t)textLength;
+            if (size - offset - kItemSize < rest) {
+                CutShort();
+                Py_CLEAR(list);
+                break;
+            }
+            offset += kItemSize + rest;
+            if (item[0] != 0) continue;
+            PyObject* ident = Repeated((const char*)item + kItemSize, identLength, 0);
+            int keep = ident == NULL ? -1 : only == Py_None ? 1 : Keeps(only, ident, U32(item + 8));
+            if (keep < 0 || (keep == 1 && PyList_Append(list, ident) != 0)) Py_CLEAR(list);
+            Py_XDECREF(ident);
+        }
+    }
+    PyBuffer_Release(&view);
+    return list;
+}
+
 static PyMethodDef kMethods[] = {
     {"collect_files", CollectFiles, METH_VARARGS,
      "Reads files through the host kit with the GIL released (see the source)."},
     {"parse", Parse, METH_VARARGS, "The items of a packed result (see the source)."},
     {"record", Record, METH_VARARGS, "Tags.as_dict() of a packed result (see the source)."},
+    {"idents", Idents, METH_VARARGS, "The identifiers of the fields of a packed result."},
     {NULL, NULL, 0, NULL},
 };
 
