@@ -312,11 +312,10 @@ def count_fields(bag: dask.bag.Bag) -> dask.bag.Item:
     title", ...) in a bag of :func:`scan` or :func:`scan_tags`, counted
     where the bag's partitions are; ``.compute()`` gives a
     :class:`collections.Counter`.  Outside text, reported failures and files
-    that could not be read are not counted.  The same as
+    that could not be read are not counted.  For records, what
     ``bag.pluck("fields", []).flatten().pluck("id", None).frequencies()``
-    for records without outside text, and far less work: each partition
-    is counted in one step, and the fields of a ``Tags`` are counted from
-    its packed result, without making their texts."""
+    counts; the fields of a ``Tags`` are counted from its packed result,
+    without making them, which costs a small part of the read."""
     return bag.reduction(_count, _add_counts)
 
 
