@@ -314,7 +314,7 @@ def count_fields(bag: dask.bag.Bag) -> dask.bag.Item:
     :class:`collections.Counter`.  Outside text, reported failures and files
     that could not be read are not counted.  For records, what
     ``bag.pluck("fields", []).flatten().pluck("id", None).frequencies()``
-    counts; the fields of a ``Tags`` are counted from its packed result,
+    counts, less the ``None`` of outside text; the fields of a ``Tags`` are counted from its packed result,
     without making them, which costs a small part of the read."""
     return bag.reduction(_count, _add_counts)
 
