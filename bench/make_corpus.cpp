@@ -10,54 +10,7 @@
 
 #include "workloads.h"
 
-using namespace kztest;
 using namespace kzbench;
-
-namespace {
-
-int Between(std::mt19937& random, int low, int high) {
-    return std::uniform_int_distribution<int>(low, high)(random);
-}
-
-Bytes LibraryFile(std::mt19937& random) {
-    const int major = Between(random, 0, 3) == 0 ? 4 : 3;
-    const bool utf16 = Between(random, 0, 1) == 1;
-    const char* const ids[] = {"TIT2", "TPE1", "TALB", "TRCK", "TYER", "TCON", "TPE2", "TCOM",
-                               "TPOS", "TENC", "TSSE", "TBPM", "TPUB", "TCOP", "TLEN", "TKEY",
-                               "TIT1", "TIT3", "TOPE", "TOAL", "TLAN", "TMED", "TSRC", "TSOP",
-                               "TSOA"};
-    Bytes content;
-    const int textFrames = Between(random, 8, 25);
-    for (int i = 0; i < textFrames; ++i) {
-        // Mostly one encoding per file, as a tagger writes it, now and then the other.
-        const bool frameUtf16 = Between(random, 0, 9) == 0 ? !utf16 : utf16;
-        content += Frame(major, ids[i], TextBody(random, static_cast<size_t>(Between(random, 2, 40)),
-                                                 frameUtf16));
-    }
-    content += Frame(major, "COMM", CommentBody(random, static_cast<size_t>(Between(random, 0, 80)), utf16));
-    const int userDefined = Between(random, 1, 2);
-    for (int i = 0; i < userDefined; ++i) {
-        content += Frame(major, "TXXX", UserDefinedBody(random, static_cast<size_t>(Between(random, 4, 36)), utf16));
-    }
-    if (Between(random, 0, 2) == 0) {
-        const auto pictureBytes = static_cast<size_t>(Between(random, 10, 300)) * 1024;
-        content += Frame(major, "APIC", PictureBody(random, pictureBytes));
-    }
-    const auto padding = static_cast<uint32_t>(Between(random, 0, 4) * 512);
-    Bytes file = Tag(major, content, {.padding = padding}) + SilentMpegFrames(Between(random, 3, 8));
-    if (Between(random, 0, 2) == 0) {
-        file += Id3v1({.title = RandomText(random, 20),
-                       .artist = RandomText(random, 16),
-                       .album = RandomText(random, 24),
-                       .year = "1999",
-                       .comment = RandomText(random, 12),
-                       .track = static_cast<uint8_t>(Between(random, 1, 20)),
-                       .genre = static_cast<uint8_t>(Between(random, 0, 125))});
-    }
-    return file;
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
     if (argc < 2 || argc > 3) {

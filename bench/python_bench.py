@@ -14,10 +14,13 @@ DIR to keep and reuse them) and measures, with every file in the page cache:
    with every field's text taken out; the bytes and read calls per file;
 2. read_many with workers=2 against workers=1, on --files and --large files;
 3. on an already started LocalCluster of two worker processes, on --large
-   files: a scan counting the fields per identifier on the workers (only the
-   counts come back) against read_many(workers=2); the same scan gathering
-   every record to the client; index shards written by the workers, and
-   their merge;
+   files, against read_many(workers=2): scans counting the fields per
+   identifier on the workers with kz_id3.dask.count_fields (only the counts
+   come back), of Tags (scan_tags) and of records (scan, dicts); the same
+   scans gathering every Tags or record to the client; index shards
+   written by the workers, and their merge.  read_many and the counting
+   scans run in turns, and read_many's figure is its best run before the
+   cluster started or between the scans;
 4. the index: a first run into a new database and a second run over the
    unchanged tree, on --index-files files (default: the --large corpus).
 
@@ -144,15 +147,6 @@ def header(title):
           f"{'CPU us/f':>10}")
 
 
-def count_idents(records):
-    return collections.Counter(field["id"] for record in records
-                               for field in record.get("fields", ()) if "id" in field)
-
-
-def add_counters(counters):
-    return sum(counters, collections.Counter())
-
-
 def bench_dask(paths, runs, partition_size, work):
     try:
         import distributed
@@ -160,37 +154,52 @@ def bench_dask(paths, runs, partition_size, work):
     except ImportError as error:
         print(f"\nDask scan skipped: {error}")
         return
+    dask_scan = kz_id3.dask
     threads = best(lambda: lazy(paths, 2), runs)
     with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
                                   dashboard_address=None) as cluster, \
             distributed.Client(cluster) as client:
         client.run(lambda: kz_id3.read(paths[0]))  # each worker loads the kit once
-        counted = {}
+        counted = []
 
-        def scan_count():
-            bag = kz_id3.dask.scan(paths, partition_size=partition_size)
-            counted.update(bag.reduction(count_idents, add_counters).compute())
+        def count(scan):
+            bag = scan(paths, partition_size=partition_size)
+            counted.append(dask_scan.count_fields(bag).compute())
 
-        def scan_gather():
-            bag = kz_id3.dask.scan(paths, partition_size=partition_size)
+        def gather(scan):
+            bag = scan(paths, partition_size=partition_size)
             assert len(bag.compute()) == len(paths)
 
-        on_workers = best(scan_count, runs, cpu=False)
-        gathered = best(scan_gather, runs, cpu=False)
+        # Taken in turns with read_many, so that the other load of a shared
+        # machine falls on all three alike; read_many's best counts also the
+        # runs before the cluster started.
+        tags_counted, records_counted = [], []
+        for _ in range(runs):
+            threads = min(threads, best(lambda: lazy(paths, 2), 1))
+            tags_counted.append(best(lambda: count(dask_scan.scan_tags), 1, cpu=False))
+            records_counted.append(best(lambda: count(dask_scan.scan), 1, cpu=False))
+        tags_counted, records_counted = min(tags_counted), min(records_counted)
+        tags_gathered = best(lambda: gather(dask_scan.scan_tags), runs, cpu=False)
+        records_gathered = best(lambda: gather(dask_scan.scan), runs, cpu=False)
         shard_dir = Path(tempfile.mkdtemp(prefix="kz_shards.", dir=work))
         shards = []
-        sharded = best(lambda: shards.extend(kz_id3.dask.index_shards(
+        sharded = best(lambda: shards.extend(dask_scan.index_shards(
             paths, shard_dir, partition_size=partition_size).compute()), 1, cpu=False)
     merged = best(lambda: index.merge(shard_dir / "merged.db", shards), 1)
     header(f"Dask LocalCluster, 2 worker processes x 1 thread, partitions of {partition_size}")
     row("read_many(workers=2)", len(paths), threads, threads)
-    row("scan, fields counted on the workers", len(paths), on_workers, threads)
-    row("scan, every record gathered to the client", len(paths), gathered, threads)
+    row("scan_tags, fields counted on the workers", len(paths), tags_counted, threads)
+    row("scan (dicts), fields counted on the workers", len(paths), records_counted, threads)
+    row("scan_tags, every Tags gathered to the client", len(paths), tags_gathered, threads)
+    row("scan, every record gathered to the client", len(paths), records_gathered, threads)
     row("index_shards: an SQLite file per partition", len(paths), sharded, threads)
     row("index.merge of those shards (one process)", len(paths), merged, threads)
-    print(f"({sum(counted.values())} fields counted; ratio: read_many's time / this time)")
-    records = [tags.as_dict() for _, tags in kz_id3.read_many(paths[:1000])]
-    print(f"a record pickled: {len(pickle.dumps(records)) / len(records):.0f} bytes on average")
+    assert all(counts == counted[0] for counts in counted)
+    print(f"({sum(counted[0].values())} fields counted; ratio: read_many's time / this time)")
+    read = [tags for _, tags in kz_id3.read_many(paths[:1000])]
+    records = [tags.as_dict() for tags in read]
+    print(f"pickled: a Tags {len(pickle.dumps(read)) / len(read):.0f} bytes, a record "
+          f"{len(pickle.dumps(records)) / len(records):.0f} bytes on average")
     shutil.rmtree(shard_dir)
 
 

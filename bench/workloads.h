@@ -33,6 +33,11 @@ Bytes TextHeavyFile(int frames);                    // the text mix
 Bytes PictureHeavyFile(size_t pictureBytes, int textFrames);
 Bytes TinyFramesFile(int frames);                   // TIT2 frames of one character
 Bytes Id3v1OnlyFile();                              // audio and the 128-byte trailer
+// A file like one of a music library: 8 to 25 text frames in mixed
+// encodings, a comment, one or two user-defined fields, a picture of 10 to
+// 300 KB in a third of them, an ID3v1 trailer in a third, a few silent MPEG
+// frames.
+Bytes LibraryFile(std::mt19937& random);
 
 }  // namespace kzbench
 

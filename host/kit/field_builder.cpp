@@ -2,8 +2,10 @@
 
 #include "kz_id3.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
+#include <new>
 
 namespace kzhost {
 
@@ -13,43 +15,16 @@ constexpr char32_t kReplacement = 0xFFFD;
 // Buffers that grew past this for one large field are given back when the
 // next file starts, so that a reader does not keep its largest field.
 constexpr size_t kKeptCapacity = size_t{1} << 20;
+constexpr size_t kFirstCapacity = 256;
 
 bool IsHighSurrogate(uint32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool IsLowSurrogate(uint32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
 bool IsSurrogate(uint32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
 
-void AppendUtf8(char32_t cp, std::string& out) {
-    if (cp < 0x80) {
-        out.push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        const char bytes[] = {static_cast<char>(0xC0 | (cp >> 6)),
-                              static_cast<char>(0x80 | (cp & 0x3F))};
-        out.append(bytes, sizeof bytes);
-    } else if (cp < 0x10000) {
-        const char bytes[] = {static_cast<char>(0xE0 | (cp >> 12)),
-                              static_cast<char>(0x80 | ((cp >> 6) & 0x3F)),
-                              static_cast<char>(0x80 | (cp & 0x3F))};
-        out.append(bytes, sizeof bytes);
-    } else {
-        const char bytes[] = {static_cast<char>(0xF0 | (cp >> 18)),
-                              static_cast<char>(0x80 | ((cp >> 12) & 0x3F)),
-                              static_cast<char>(0x80 | ((cp >> 6) & 0x3F)),
-                              static_cast<char>(0x80 | (cp & 0x3F))};
-        out.append(bytes, sizeof bytes);
-    }
-}
-
 template <typename Buffer>
 void Recycle(Buffer& buffer) {
-    if (buffer.capacity() > kKeptCapacity) Buffer().swap(buffer);
+    if (buffer.capacity() * sizeof buffer[0] > kKeptCapacity) Buffer().swap(buffer);
     buffer.clear();
-}
-
-// A high surrogate left without its low half becomes U+FFFD.
-void FlushPending(uint32_t& pendingHigh, std::string& out) {
-    if (pendingHigh == 0) return;
-    AppendUtf8(kReplacement, out);
-    pendingHigh = 0;
 }
 
 // The names kzdump has always shown for the ID3v1 fields.
@@ -68,33 +43,76 @@ const char* Id3v1Name(uint32_t number) {
 
 }  // namespace
 
-void FieldBuilder::Text::Clear() {
-    Recycle(utf8);
-    Recycle(codes);
-    pendingHigh = 0;
+// ---- TextBuffer --------------------------------------------------------------------
+
+TextBuffer::~TextBuffer() { std::free(data_); }
+
+void TextBuffer::Grow(size_t extra) {
+    const size_t capacity = std::max({capacity_ * 2, size_ + extra, kFirstCapacity});
+    char* data = static_cast<char*>(std::realloc(data_, capacity));
+    if (data == nullptr) throw std::bad_alloc();
+    data_ = data;
+    capacity_ = capacity;
+}
+
+void TextBuffer::Reset(bool release) {
+    size_ = 0;
+    if (!release) return;
+    std::free(data_);
+    data_ = nullptr;
+    capacity_ = 0;
+}
+
+// ---- The cursor --------------------------------------------------------------------
+
+inline void FieldBuilder::Arm() {
+    if (target_ == nullptr) {
+        cursor_ = bound_ = runStart_ = nullptr;
+        return;
+    }
+    cursor_ = runStart_ = bound_ = target_->Data() + target_->Size();
+    if (halted_ || keepCodes_ || pendingHigh_ != 0 || chars_ >= charLimit_) return;
+    // One byte stays free for the NUL that ends the text.  A character
+    // takes one byte or more: a bound within the character limit in bytes
+    // keeps the run within it in characters.
+    const size_t free = target_->Capacity() - target_->Size();
+    bound_ += std::min<uint64_t>(free != 0 ? free - 1 : 0, charLimit_ - chars_);
+}
+
+void FieldBuilder::Halt() {
+    halted_ = true;
+    Settle();
+    bound_ = cursor_;
 }
 
 void FieldBuilder::Start(uint64_t charLimit, bool keepCodes, kz_host_visitor visitor,
                          void* user) {
-    for (std::unique_ptr<Item>& item : items_) {
-        item->value.Clear();
-        for (StringTag& string : item->strings) string.text.Clear();
-    }
     first_ = 0;
     count_ = 0;
+    decidedEnd_ = 0;
     open_ = kNone;
     target_ = nullptr;
+    values_.Reset(values_.Capacity() > kKeptCapacity);
+    strings_.Reset(strings_.Capacity() > kKeptCapacity);
+    stringTags_.clear();
+    Recycle(valueCodes_);
+    Recycle(stringCodes_);
     visitor_ = visitor;
     user_ = user;
     charLimit_ = charLimit;
     chars_ = 0;
     delivered_ = 0;
+    pendingHigh_ = 0;
+    extraBytes_ = 0;
     keepCodes_ = keepCodes;
     utf16_ = false;
     inString_ = false;
     overflowed_ = false;
     halted_ = false;
+    Arm();
 }
+
+// ---- Characters --------------------------------------------------------------------
 
 bool FieldBuilder::Admit() {
     if (halted_) return false;
@@ -107,112 +125,161 @@ bool FieldBuilder::Admit() {
     return true;
 }
 
-void FieldBuilder::OtherChar(uint16_t code) {
-    if (!Admit()) return;
-    Text& text = *target_;
-    if (keepCodes_) text.codes.push_back(code | (utf16_ ? KZ_HOST_CODE_UTF16 : 0u));
-    if (text.pendingHigh != 0) {
-        if (utf16_ && IsLowSurrogate(code)) {
-            AppendUtf8(0x10000 + ((text.pendingHigh - 0xD800) << 10) + (code - 0xDC00), text.utf8);
-            text.pendingHigh = 0;
-            return;
-        }
-        FlushPending(text.pendingHigh, text.utf8);
-    }
-    if (code < 0x80) {
-        text.utf8.push_back(static_cast<char>(code));
-    } else if (utf16_ && IsHighSurrogate(code)) {
-        text.pendingHigh = code;
+void FieldBuilder::PutUtf8(char32_t cp) {
+    TextBuffer& out = *target_;
+    out.Reserve(4);
+    if (cp < 0x80) {
+        out.Put(static_cast<char>(cp));
+    } else if (cp < 0x800) {
+        out.Put(static_cast<char>(0xC0 | (cp >> 6)));
+        out.Put(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else if (cp < 0x10000) {
+        out.Put(static_cast<char>(0xE0 | (cp >> 12)));
+        out.Put(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.Put(static_cast<char>(0x80 | (cp & 0x3F)));
     } else {
-        AppendUtf8(IsSurrogate(code) ? kReplacement : code, text.utf8);
+        out.Put(static_cast<char>(0xF0 | (cp >> 18)));
+        out.Put(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+        out.Put(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.Put(static_cast<char>(0x80 | (cp & 0x3F)));
     }
+}
+
+void FieldBuilder::PutReplacement() {
+    PutUtf8(kReplacement);
+    pendingHigh_ = 0;
+}
+
+void FieldBuilder::OtherChar(uint16_t code) {
+    Settle();
+    if (Admit()) {
+        if (keepCodes_) {
+            (inString_ ? stringCodes_ : valueCodes_)
+                .push_back(code | (utf16_ ? KZ_HOST_CODE_UTF16 : 0u));
+        }
+        if (pendingHigh_ != 0 && utf16_ && IsLowSurrogate(code)) {
+            PutUtf8(0x10000 + ((pendingHigh_ - 0xD800) << 10) + (code - 0xDC00));
+            pendingHigh_ = 0;
+        } else {
+            FlushPending();
+            if (utf16_ && IsHighSurrogate(code)) {
+                pendingHigh_ = code;
+            } else {
+                PutUtf8(IsSurrogate(code) ? kReplacement : code);
+            }
+        }
+    }
+    Arm();
 }
 
 void FieldBuilder::Special(uint16_t code) {
-    if (!Admit()) return;
-    Text& text = *target_;
-    if (keepCodes_) text.codes.push_back(KZ_HOST_CODE_SPECIAL | code);
-    FlushPending(text.pendingHigh, text.utf8);
-    if (code == SO_SPECIAL_LINEBREAK) text.utf8.push_back('\n');
+    Settle();
+    if (Admit()) {
+        if (keepCodes_) {
+            (inString_ ? stringCodes_ : valueCodes_).push_back(KZ_HOST_CODE_SPECIAL | code);
+        }
+        FlushPending();
+        if (code == SO_SPECIAL_LINEBREAK) PutUtf8('\n');
+    }
+    Arm();
 }
 
-void FieldBuilder::Open(int kind, uint32_t tag, uint32_t number) {
-    if (count_ == items_.size()) items_.push_back(std::make_unique<Item>());
-    Item& item = *items_[count_];
+// ---- Items -------------------------------------------------------------------------
+
+void FieldBuilder::AddItemSlot() { items_.emplace_back(); }
+
+inline void FieldBuilder::Open(int kind, uint32_t tag, uint32_t number) {
+    if (count_ == items_.size()) AddItemSlot();
+    Item& item = items_[count_];
     item.kind = kind;
     item.tag = tag;
     item.number = number;
-    item.closed = false;
-    item.decided = false;
     item.id3v1 = false;
     item.stringClosed = false;
     item.descriptionUtf16 = false;
     item.valueUtf16 = false;
-    item.value.utf8.clear();
-    item.value.codes.clear();
-    item.value.pendingHigh = 0;
+    item.start = values_.Size();
+    item.codesStart = valueCodes_.size();
     item.stringCount = 0;
     open_ = count_++;
-    target_ = &item.value;
+    target_ = &values_;
     inString_ = false;
+    pendingHigh_ = 0;
 }
 
-void FieldBuilder::CloseString(Item& item) {
-    Text& text = item.strings[item.stringCount - 1].text;
-    FlushPending(text.pendingHigh, text.utf8);
+size_t FieldBuilder::EndText(size_t start) {
+    target_->Reserve(1);
+    const size_t length = target_->Size() - start;
+    target_->Put('\0');
+    return length;
+}
+
+void FieldBuilder::CloseString() {
+    FlushPending();
+    StringTag& string = stringTags_.back();
+    string.length = EndText(string.start);
+    string.codeCount = stringCodes_.size() - string.codesStart;
     inString_ = false;
-    target_ = &item.value;
+    target_ = &values_;
 }
 
 void FieldBuilder::CloseOpen() {
-    if (open_ == kNone) return;
     Item& item = OpenItem();
-    if (inString_) CloseString(item);
-    FlushPending(item.value.pendingHigh, item.value.utf8);
-    item.closed = true;
+    if (inString_) CloseString();
+    FlushPending();
+    item.length = EndText(item.start);
+    item.codeCount = valueCodes_.size() - item.codesStart;
     open_ = kNone;
     target_ = nullptr;
     EmitReady();
 }
 
 void FieldBuilder::BeginField(uint32_t tag, uint32_t number) {
+    Settle();
     if (halted_) return;
-    CloseOpen();
+    if (open_ != kNone) CloseOpen();
     Open(KZ_HOST_ITEM_FIELD, tag, number);
+    Arm();
 }
 
 void FieldBuilder::EndField() {
-    if (open_ != kNone && OpenItem().kind == KZ_HOST_ITEM_FIELD) CloseOpen();
+    Settle();
+    if (open_ == kNone || OpenItem().kind != KZ_HOST_ITEM_FIELD) return;
+    CloseOpen();
+    Arm();
 }
 
 void FieldBuilder::BeginString(uint32_t tag) {
+    Settle();
     if (halted_) return;
     if (open_ == kNone) Open(KZ_HOST_ITEM_OUTSIDE, 0, 0);
-    Item& item = OpenItem();
-    if (inString_) EndString();
+    if (inString_) {
+        CloseString();
+        OpenItem().stringClosed = true;
+    }
     // The value's text goes on after the string: a high surrogate before it
     // has lost its low half.
-    FlushPending(item.value.pendingHigh, item.value.utf8);
-    if (item.stringCount == item.strings.size()) item.strings.emplace_back();
-    StringTag& string = item.strings[item.stringCount++];
-    string.tag = tag;
-    string.offset = item.value.utf8.size();
-    string.text.utf8.clear();
-    string.text.codes.clear();
-    string.text.pendingHigh = 0;
+    FlushPending();
+    Item& item = OpenItem();
+    if (item.stringCount++ == 0) item.firstString = stringTags_.size();
+    stringTags_.push_back(StringTag{tag, values_.Size() - item.start, strings_.Size(), 0,
+                                    stringCodes_.size(), 0});
     inString_ = true;
-    target_ = &string.text;
+    target_ = &strings_;
     if (utf16_ && !item.stringClosed) item.descriptionUtf16 = true;
+    Arm();
 }
 
 void FieldBuilder::EndString() {
+    Settle();
     if (!inString_) return;
-    Item& item = OpenItem();
-    CloseString(item);
-    item.stringClosed = true;
+    CloseString();
+    OpenItem().stringClosed = true;
+    Arm();
 }
 
 void FieldBuilder::SetUtf16(bool utf16) {
+    // Nothing the cursor depends on: ASCII is the same either way.
     utf16_ = utf16;
     if (!utf16 || open_ == kNone) return;
     Item& item = OpenItem();
@@ -221,41 +288,55 @@ void FieldBuilder::SetUtf16(bool utf16) {
 }
 
 void FieldBuilder::FrameBreak() {
+    Settle();
     if (open_ != kNone && OpenItem().kind == KZ_HOST_ITEM_OUTSIDE) CloseOpen();
-    for (size_t i = first_; i < count_; ++i) items_[i]->decided = true;
+    decidedEnd_ = count_;
     EmitReady();
+    Arm();
 }
 
 void FieldBuilder::Failure(uint32_t code) {
+    Settle();
     if (halted_) return;
-    CloseOpen();
+    if (open_ != kNone) CloseOpen();
     Open(KZ_HOST_ITEM_FAILURE, code, 0);
     CloseOpen();
+    Arm();
 }
 
 void FieldBuilder::Finish(bool endSeen) {
-    CloseOpen();
-    for (size_t i = first_; i < count_; ++i) {
-        Item& item = *items_[i];
-        if (!item.decided) item.id3v1 = endSeen && item.kind == KZ_HOST_ITEM_FIELD;
-        item.decided = true;
+    Settle();
+    if (open_ != kNone) CloseOpen();
+    for (size_t i = std::max(first_, decidedEnd_); i < count_; ++i) {
+        items_[i].id3v1 = endSeen && items_[i].kind == KZ_HOST_ITEM_FIELD;
     }
+    decidedEnd_ = count_;
     EmitReady();
+    Arm();
 }
 
-void FieldBuilder::EmitReady() {
-    while (first_ < count_ && !halted_) {
-        Item& item = *items_[first_];
-        if (!item.closed || (item.kind == KZ_HOST_ITEM_FIELD && !item.decided)) return;
+// ---- Handing over ------------------------------------------------------------------
+
+void FieldBuilder::EmitHeld() {
+    while (first_ < count_ && first_ != open_ && !halted_) {
+        const Item& item = items_[first_];
+        if (item.kind == KZ_HOST_ITEM_FIELD && first_ >= decidedEnd_) return;
         ++first_;
         Emit(item);
     }
-    // Every held item is out: the slots are free again.
-    if (first_ == count_) first_ = count_ = 0;
+    // Every held item is out: the slots and the texts are free again.
+    if (first_ == count_) {
+        first_ = count_ = decidedEnd_ = 0;
+        values_.SetSize(0);
+        strings_.SetSize(0);
+        stringTags_.clear();
+        valueCodes_.clear();
+        stringCodes_.clear();
+    }
 }
 
-void FieldBuilder::Emit(Item& item) {
-    kz_host_field field{};
+void FieldBuilder::Emit(const Item& item) {
+    kz_host_field field;
     field.kind = item.kind;
     field.tag = item.tag;
     field.number = item.number;
@@ -275,31 +356,36 @@ void FieldBuilder::Emit(Item& item) {
         } else if (const char* ident = KzFieldIdent(item.number)) {
             field.ident = ident;
         } else {
-            std::snprintf(item.ident, sizeof item.ident, "field %u", item.number);
-            field.ident = item.ident;
+            std::snprintf(numberedIdent_, sizeof numberedIdent_, "field %u", item.number);
+            field.ident = numberedIdent_;
         }
     }
-    stringViews_.resize(item.stringCount);
-    for (size_t i = 0; i < item.stringCount; ++i) {
-        const StringTag& string = item.strings[i];
-        kz_host_string& view = stringViews_[i];
-        view.tag = string.tag;
-        view.offset = string.offset;
-        view.text = string.text.utf8.c_str();
-        view.text_len = string.text.utf8.size();
-        view.codes = keepCodes_ ? string.text.codes.data() : nullptr;
-        view.code_count = keepCodes_ ? string.text.codes.size() : 0;
-    }
-    if (userDefined && item.stringCount != 0) {
-        field.description = stringViews_[0].text;
-        field.description_len = stringViews_[0].text_len;
-    }
-    field.text = item.value.utf8.c_str();
-    field.text_len = item.value.utf8.size();
-    field.strings = stringViews_.data();
+    field.description = nullptr;
+    field.description_len = 0;
+    field.strings = nullptr;
     field.string_count = item.stringCount;
-    field.codes = keepCodes_ ? item.value.codes.data() : nullptr;
-    field.code_count = keepCodes_ ? item.value.codes.size() : 0;
+    if (item.stringCount != 0) {
+        stringViews_.resize(item.stringCount);
+        for (size_t i = 0; i < item.stringCount; ++i) {
+            const StringTag& string = stringTags_[item.firstString + i];
+            kz_host_string& view = stringViews_[i];
+            view.tag = string.tag;
+            view.offset = string.offset;
+            view.text = strings_.Data() + string.start;
+            view.text_len = string.length;
+            view.codes = keepCodes_ ? stringCodes_.data() + string.codesStart : nullptr;
+            view.code_count = keepCodes_ ? string.codeCount : 0;
+        }
+        field.strings = stringViews_.data();
+        if (userDefined) {
+            field.description = stringViews_[0].text;
+            field.description_len = stringViews_[0].text_len;
+        }
+    }
+    field.text = values_.Data() + item.start;
+    field.text_len = item.length;
+    field.codes = keepCodes_ ? valueCodes_.data() + item.codesStart : nullptr;
+    field.code_count = keepCodes_ ? item.codeCount : 0;
     ++delivered_;
     if (visitor_(&field, user_) != 0) halted_ = true;
 }

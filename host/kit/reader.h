@@ -60,6 +60,9 @@ private:
     // the visitor stops the read instead of leaving through the module.
     template <typename Step>
     void Guarded(Step&& step);
+    // The characters the builder's cursor does not take; out of line, so
+    // that OutChar stays a few instructions.
+    [[gnu::noinline]] static void OtherChar(uint16_t code, Reader* reader);
     // Hands one call to the tracer, within the call limit.
     void Trace(const kz_host_call& call);
 

@@ -68,6 +68,14 @@ uint32_t MemorySource::ReadAt(uint32_t at, uint8_t* buffer, uint32_t count) {
     return got;
 }
 
+int32_t MemorySource::ReadOp(KzStream* stream, void* buffer, uint32_t count,
+                             uint32_t* countRead) {
+    auto* self = static_cast<MemorySource*>(Owner(stream));
+    const uint32_t got = self->Read(static_cast<uint8_t*>(buffer), count);
+    if (countRead != nullptr) *countRead = got;
+    return 0;
+}
+
 uint32_t MemorySource::Read(uint8_t* buffer, uint32_t count) {
     const uint32_t got = ReadAt(position_, buffer, count);
     position_ += got;

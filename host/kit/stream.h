@@ -29,8 +29,12 @@ public:
     virtual int ReadError() const { return 0; }
 
 protected:
+    using ReadRoutine = int32_t (*)(KzStream* stream, void* buffer, uint32_t count,
+                                    uint32_t* countRead);
     // Reads at the position and moves it past what was read.
     virtual uint32_t Read(uint8_t* buffer, uint32_t count) = 0;
+    // A read operation of the source's own, instead of one through Read.
+    void SetReadRoutine(ReadRoutine routine) { stream_.read = routine; }
 
     uint32_t size_ = 0;
     uint32_t position_ = 0;
@@ -45,11 +49,15 @@ private:
 
 class MemorySource final : public Source {
 public:
+    MemorySource() { SetReadRoutine(&ReadOp); }
     void Open(const uint8_t* data, uint32_t size);
     uint32_t ReadAt(uint32_t at, uint8_t* buffer, uint32_t count) override;
 
 private:
     uint32_t Read(uint8_t* buffer, uint32_t count) override;
+    // The module reads a small tag's headers and bodies one call each: no
+    // virtual call on the way.
+    static int32_t ReadOp(KzStream* stream, void* buffer, uint32_t count, uint32_t* countRead);
     const uint8_t* data_ = nullptr;
 };
 

@@ -2,6 +2,7 @@
 
 #include "kz_id3.h"
 
+#include <array>
 #include <charconv>
 
 namespace kzdump {
@@ -82,15 +83,34 @@ void AppendUtf8(char32_t cp, std::string& out) {
     }
 }
 
-// Walks UTF-8 text: runs of bytes that `plain` accepts go to plainRun(begin,
-// length), every other character to other(cp); a byte that is not UTF-8 is
-// U+FFFD.  Between pieces of the text the output may be drained.
-template <typename Plain, typename PlainRun, typename Other>
-void Walk(std::string_view text, Out& out, Plain plain, PlainRun plainRun, Other other) {
+// The bytes that go out as they are in each kind of text: one lookup a byte
+// while a run lasts.
+using ByteSet = std::array<bool, 256>;
+
+template <typename Plain>
+constexpr ByteSet MakeByteSet(Plain plain) {
+    ByteSet set{};
+    for (int b = 0; b < 256; ++b) set[static_cast<size_t>(b)] = plain(static_cast<unsigned char>(b));
+    return set;
+}
+
+constexpr bool IsPrintableAscii(unsigned char b) { return b >= 0x20 && b < 0x7F; }
+constexpr ByteSet kPrintable = MakeByteSet(IsPrintableAscii);
+constexpr ByteSet kTextPlain = MakeByteSet([](unsigned char b) { return IsPrintableAscii(b) && b != '\\'; });
+constexpr ByteSet kQuotedPlain =
+    MakeByteSet([](unsigned char b) { return IsPrintableAscii(b) && b != '\\' && b != '"'; });
+constexpr ByteSet kAscii = MakeByteSet([](unsigned char b) { return b < 0x80; });
+
+// Walks UTF-8 text: runs of bytes in `plain` go to plainRun(begin, length),
+// every other character to other(cp); a byte that is not UTF-8 is U+FFFD.
+// Between pieces of the text the output may be drained.
+template <typename PlainRun, typename Other>
+void Walk(std::string_view text, Out& out, const ByteSet& plain, PlainRun plainRun, Other other) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
     size_t paused = 0;
     for (size_t i = 0; i < text.size();) {
         size_t j = i;
-        while (j < text.size() && plain(static_cast<unsigned char>(text[j]))) ++j;
+        while (j < text.size() && plain[bytes[j]]) ++j;
         if (j > i) {
             plainRun(text.data() + i, j - i);
             i = j;
@@ -116,10 +136,8 @@ public:
         : out_(out), leadPending_(leadingSpace), label_(label) {}
 
     void Append(std::string_view text) {
-        const bool label = label_;
         Walk(
-            text, out_,
-            [label](unsigned char b) { return b >= 0x20 && b < 0x7F && b != '\\' && !(label && b == '"'); },
+            text, out_, label_ ? kQuotedPlain : kTextPlain,
             [this](const char* begin, size_t length) {
                 Lead();
                 out_.text.append(begin, length);
@@ -188,7 +206,7 @@ void AppendJsonChar(char32_t cp, std::string& out) {
 void AppendJsonText(std::string_view text, Out& out) {
     out.text.push_back('"');
     Walk(
-        text, out, [](unsigned char b) { return b >= 0x20 && b < 0x7F && b != '\\' && b != '"'; },
+        text, out, kQuotedPlain,
         [&out](const char* begin, size_t length) { out.text.append(begin, length); },
         [&out](char32_t cp) { AppendJsonChar(cp, out.text); });
     out.text.push_back('"');
@@ -265,7 +283,15 @@ void Line(std::string& out, const Parts&... parts) {
 }  // namespace
 
 void AppendPrintable(std::string_view text, std::string& out) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
     for (size_t i = 0; i < text.size();) {
+        size_t j = i;
+        while (j < text.size() && kPrintable[bytes[j]]) ++j;
+        if (j > i) {
+            out.append(text.data() + i, j - i);
+            i = j;
+            continue;
+        }
         char32_t cp = 0;
         const size_t length = Utf8Length(text, i, cp);
         if (length == 0 || IsControl(cp)) {
@@ -413,7 +439,7 @@ void AppendCell(std::string_view text, bool tsv, std::string& out) {
     std::string cell;
     Out sink(cell, nullptr, nullptr);
     Walk(
-        text, sink, [](unsigned char b) { return b < 0x80; },
+        text, sink, kAscii,
         [&cell](const char* begin, size_t length) { cell.append(begin, length); },
         [&cell](char32_t cp) { AppendUtf8(cp, cell); });
     if (tsv) {

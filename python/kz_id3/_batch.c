@@ -108,30 +108,87 @@ static uint32_t U32(const unsigned char* bytes) {
     return value;
 }
 
-/* Interned strings, so that the keys and identifiers of every record are the
- * same objects, as in records built in Python: less memory, and pickle sends
- * each once. */
-enum { kField, kOutside, kFailure, kTag, kNumber, kId, kDescription, kText, kId3v1, kNames };
-static const char* const kNameTexts[kNames] = {"field", "outside", "failure", "tag", "field",
-                                               "id", "description", "text", "id3v1"};
+/* Interned strings, made once: the keys and identifiers of every record are
+ * the same objects, as in records built in Python (less memory, and pickle
+ * sends each once). */
+enum {
+    kField, kOutside, kFailure, kTag, kNumber, kId, kDescription, kText, kId3v1,
+    kPath, kStatus, kType, kFields, kEnd, kNames
+};
+static const char* const kNameTexts[kNames] = {
+    "field", "outside", "failure", "tag", "field", "id", "description", "text", "id3v1",
+    "path", "status", "type", "fields", "end"};
+static PyObject* names[kNames];
 
-/* Sets the pairs of `values` (NULL-terminated after `count`) on a new dict. */
-static PyObject* Dict(PyObject* const names[kNames], const int* keys, PyObject* const* values,
-                      int count) {
+/* ---- Strings that repeat ------------------------------------------------------
+ * Identifiers ("TIT2") and type names: a few dozen in any collection, each
+ * decoded and interned once and then found by its bytes, not decoded and
+ * looked up in the interpreter's table of interned strings for every field.
+ * Open addressing; when the table is half full, further strings are decoded
+ * each time (the same objects all the same, through interning). */
+enum { kCacheSlots = 1024, kCacheKey = 62 };
+typedef struct {
+    unsigned char used, length;
+    char bytes[kCacheKey];
+    PyObject* value;
+} CacheSlot;
+static CacheSlot cache[kCacheSlots];
+static int cached;
+
+/* The interned str of `length` bytes at `text`: ASCII (identifiers, whose
+ * bytes are ASCII) or UTF-8 (type names), undecodable bytes replaced.  A
+ * new reference, or NULL with an exception set. */
+static PyObject* Repeated(const char* text, size_t length, int utf8) {
+    CacheSlot* slot = NULL;
+    if (length < kCacheKey) {
+        uint32_t hash = 2166136261u ^ (uint32_t)utf8;
+        for (size_t i = 0; i < length; ++i) hash = (hash ^ (unsigned char)text[i]) * 16777619u;
+        for (uint32_t probe = hash;; ++probe) {
+            slot = &cache[probe % kCacheSlots];
+            if (!slot->used) break;
+            /* The first byte of the key tells ASCII from UTF-8 entries. */
+            if (slot->length == length + 1 && slot->bytes[0] == (char)utf8 &&
+                memcmp(slot->bytes + 1, text, length) == 0) {
+                Py_INCREF(slot->value);
+                return slot->value;
+            }
+        }
+        if (cached >= kCacheSlots / 2) slot = NULL;
+    }
+    PyObject* value = utf8 ? PyUnicode_DecodeUTF8(text, (Py_ssize_t)length, "replace")
+                           : PyUnicode_DecodeASCII(text, (Py_ssize_t)length, "replace");
+    if (value == NULL) return NULL;
+    PyUnicode_InternInPlace(&value);
+    if (slot != NULL) {
+        slot->used = 1;
+        slot->length = (unsigned char)(length + 1);
+        slot->bytes[0] = (char)utf8;
+        memcpy(slot->bytes + 1, text, length);
+        Py_INCREF(value);
+        slot->value = value;
+        ++cached;
+    }
+    return value;
+}
+
+/* ---- Items ------------------------------------------------------------------- */
+/* A new dict of `count` pairs, the keys from names[]; NULL with an exception
+ * set when a value is NULL or on failure.  Takes no references. */
+static PyObject* Dict(const int* keys, PyObject* const* values, int count) {
+    for (int i = 0; i < count; ++i) {
+        if (values[i] == NULL) return NULL;
+    }
     PyObject* dict = PyDict_New();
     for (int i = 0; dict != NULL && i < count; ++i) {
-        if (values[i] == NULL || PyDict_SetItem(dict, names[keys[i]], values[i]) != 0) {
-            Py_CLEAR(dict);
-        }
+        if (PyDict_SetItem(dict, names[keys[i]], values[i]) != 0) Py_CLEAR(dict);
     }
     return dict;
 }
 
 /* One item as Field's tuple, or as an entry of Tags.as_dict()'s "fields";
  * NULL with an exception set on failure. */
-static PyObject* MakeItem(PyObject* const names[kNames], unsigned kind, uint32_t tag,
-                          uint32_t number, PyObject* ident, PyObject* description,
-                          PyObject* text, int id3v1, int asDict) {
+static PyObject* MakeItem(unsigned kind, uint32_t tag, uint32_t number, PyObject* ident,
+                          PyObject* description, PyObject* text, int id3v1, int asDict) {
     PyObject* const flag = id3v1 ? Py_True : Py_False;
     if (!asDict) {
         PyObject* made = kind < 3 ? NULL : PyUnicode_FromFormat("%u", kind);
@@ -145,14 +202,14 @@ static PyObject* MakeItem(PyObject* const names[kNames], unsigned kind, uint32_t
     if (kind == 1) {
         static const int keys[] = {kOutside, kText};
         PyObject* const values[] = {Py_True, text};
-        return Dict(names, keys, values, 2);
+        return Dict(keys, values, 2);
     }
     PyObject* tagObject = PyLong_FromUnsignedLong(tag);
     PyObject* dict;
     if (kind == 2) {
         static const int keys[] = {kFailure};
         PyObject* const values[] = {tagObject};
-        dict = Dict(names, keys, values, 1);
+        dict = Dict(keys, values, 1);
     } else {
         PyObject* numberObject = PyLong_FromUnsignedLong(number);
         static const int keys[] = {kTag, kNumber, kId, kText, kId3v1};
@@ -160,8 +217,8 @@ static PyObject* MakeItem(PyObject* const names[kNames], unsigned kind, uint32_t
         PyObject* const values[] = {tagObject, numberObject, ident, text, flag};
         PyObject* const describedValues[] = {tagObject, numberObject, ident, description, text,
                                              flag};
-        dict = description == Py_None ? Dict(names, keys, values, 5)
-                                       : Dict(names, describedKeys, describedValues, 6);
+        dict = description == Py_None ? Dict(keys, values, 5)
+                                      : Dict(describedKeys, describedValues, 6);
         Py_XDECREF(numberObject);
     }
     Py_XDECREF(tagObject);
@@ -187,7 +244,7 @@ static int Keeps(PyObject* only, PyObject* ident, uint32_t number) {
 /* Appends the item at *offset to `list` unless `only` leaves it out, and
  * moves *offset past it.  0, or -1 with an exception set. */
 static int ParseItem(const unsigned char* data, size_t size, size_t* offset, PyObject* only,
-                     PyObject* const names[kNames], int asDicts, PyObject* list) {
+                     int asDicts, PyObject* list) {
     if (size - *offset < kItemSize) return CutShort();
     const unsigned char* item = data + *offset;
     const size_t identLength = item[2];
@@ -200,9 +257,8 @@ static int ParseItem(const unsigned char* data, size_t size, size_t* offset, PyO
     }
     *offset += kItemSize + identLength + descriptionBytes + textLength;
 
-    PyObject* ident = PyUnicode_DecodeASCII(cursor, (Py_ssize_t)identLength, "replace");
+    PyObject* ident = Repeated(cursor, identLength, 0);
     if (ident == NULL) return -1;
-    PyUnicode_InternInPlace(&ident);
     cursor += identLength;
     PyObject* description = Py_None;
     Py_INCREF(description);
@@ -214,8 +270,7 @@ static int ParseItem(const unsigned char* data, size_t size, size_t* offset, PyO
     if (keep == 1) {
         PyObject* value = PyUnicode_DecodeUTF8(cursor, (Py_ssize_t)textLength, "replace");
         PyObject* entry = value == NULL ? NULL
-            : MakeItem(names, item[0], tag, number, ident, description, value, item[1] != 0,
-                       asDicts);
+            : MakeItem(item[0], tag, number, ident, description, value, item[1] != 0, asDicts);
         keep = entry != NULL && PyList_Append(list, entry) == 0 ? 1 : -1;
         Py_XDECREF(entry);
         Py_XDECREF(value);
@@ -223,6 +278,24 @@ static int ParseItem(const unsigned char* data, size_t size, size_t* offset, PyO
     Py_DECREF(ident);
     Py_XDECREF(description);
     return keep < 0 ? -1 : 0;
+}
+
+/* The items of the packed result in `view`, as ParseItem makes them, or NULL
+ * with an exception set. */
+static PyObject* Items(const Py_buffer* view, PyObject* only, int asDicts) {
+    const unsigned char* const data = view->buf;
+    const size_t size = (size_t)view->len;
+    if (size < kHeadSize || kHeadSize + (size_t)data[11] > size) {
+        CutShort();
+        return NULL;
+    }
+    const uint32_t count = U32(data);
+    size_t offset = kHeadSize + (size_t)data[11];
+    PyObject* list = PyList_New(0);
+    for (uint32_t i = 0; i < count && list != NULL; ++i) {
+        if (ParseItem(data, size, &offset, only, asDicts, list) != 0) Py_CLEAR(list);
+    }
+    return list;
 }
 
 /* parse(packed, only, as_dicts) -> list
@@ -235,27 +308,81 @@ static PyObject* Parse(PyObject* self, PyObject* args) {
     PyObject* only;
     int asDicts;
     if (!PyArg_ParseTuple(args, "y*Op:parse", &view, &only, &asDicts)) return NULL;
+    PyObject* list = Items(&view, only, asDicts);
+    PyBuffer_Release(&view);
+    return list;
+}
+
+/* record(packed, path, only) -> dict
+ * Tags.as_dict() of a packed result, in one go: "path", "status", "type",
+ * "fields" (parse()'s dicts) and "end". */
+static PyObject* Record(PyObject* self, PyObject* args) {
+    (void)self;
+    Py_buffer view;
+    PyObject *path, *only;
+    if (!PyArg_ParseTuple(args, "y*OO:record", &view, &path, &only)) return NULL;
+    PyObject* fields = Items(&view, only, 1);
+    PyObject* record = NULL;
+    if (fields != NULL) {
+        const unsigned char* const data = view.buf;
+        int32_t status;
+        memcpy(&status, data + 4, sizeof status);
+        PyObject* statusObject = PyLong_FromLong(status);
+        PyObject* type = Repeated((const char*)data + kHeadSize, data[11], 1);
+        static const int keys[] = {kPath, kStatus, kType, kFields, kEnd};
+        PyObject* const values[] = {path, statusObject, type, fields,
+                                    data[10] & 1 ? Py_True : Py_False};
+        record = Dict(keys, values, 5);
+        Py_XDECREF(statusObject);
+        Py_XDECREF(type);
+        Py_DECREF(fields);
+    }
+    PyBuffer_Release(&view);
+    return record;
+}
+
+/* idents(packed, only) -> list
+ * The identifiers of the tag fields of a packed result (not outside text or
+ * failures), in order, `only` as for parse(): what counting fields needs,
+ * without making their texts or dicts. */
+static PyObject* Idents(PyObject* self, PyObject* args) {
+    (void)self;
+    Py_buffer view;
+    PyObject* only;
+    if (!PyArg_ParseTuple(args, "y*O:idents", &view, &only)) return NULL;
     const unsigned char* const data = view.buf;
     const size_t size = (size_t)view.len;
-    PyObject* names[kNames];
-    int named = 1;
-    for (int n = 0; n < kNames; ++n) {
-        names[n] = PyUnicode_InternFromString(kNameTexts[n]);
-        named &= names[n] != NULL;
-    }
-    PyObject* list = named ? PyList_New(0) : NULL;
-    if (list != NULL && (size < kHeadSize || kHeadSize + (size_t)data[11] > size)) {
+    PyObject* list = NULL;
+    if (size < kHeadSize || kHeadSize + (size_t)data[11] > size) {
         CutShort();
-        Py_CLEAR(list);
-    }
-    if (list != NULL) {
+    } else {
+        list = PyList_New(0);
         const uint32_t count = U32(data);
         size_t offset = kHeadSize + (size_t)data[11];
         for (uint32_t i = 0; i < count && list != NULL; ++i) {
-            if (ParseItem(data, size, &offset, only, names, asDicts, list) != 0) Py_CLEAR(list);
+            const unsigned char* item = data + offset;
+            if (size - offset < kItemSize) {
+                CutShort();
+                Py_CLEAR(list);
+                break;
+            }
+            const size_t identLength = item[2];
+            const uint32_t descriptionLength = U32(item + 12), textLength = U32(item + 16);
+            const size_t rest = identLength + (descriptionLength == kNoDescription ? 0
+                                               : descriptionLength) + (size_t)textLength;
+            if (size - offset - kItemSize < rest) {
+                CutShort();
+                Py_CLEAR(list);
+                break;
+            }
+            offset += kItemSize + rest;
+            if (item[0] != 0) continue;
+            PyObject* ident = Repeated((const char*)item + kItemSize, identLength, 0);
+            int keep = ident == NULL ? -1 : only == Py_None ? 1 : Keeps(only, ident, U32(item + 8));
+            if (keep < 0 || (keep == 1 && PyList_Append(list, ident) != 0)) Py_CLEAR(list);
+            Py_XDECREF(ident);
         }
     }
-    for (int n = 0; n < kNames; ++n) Py_XDECREF(names[n]);
     PyBuffer_Release(&view);
     return list;
 }
@@ -264,6 +391,8 @@ static PyMethodDef kMethods[] = {
     {"collect_files", CollectFiles, METH_VARARGS,
      "Reads files through the host kit with the GIL released (see the source)."},
     {"parse", Parse, METH_VARARGS, "The items of a packed result (see the source)."},
+    {"record", Record, METH_VARARGS, "Tags.as_dict() of a packed result (see the source)."},
+    {"idents", Idents, METH_VARARGS, "The identifiers of the fields of a packed result."},
     {NULL, NULL, 0, NULL},
 };
 
@@ -273,4 +402,11 @@ static struct PyModuleDef kModule = {
     NULL, NULL, NULL, NULL,
 };
 
-PyMODINIT_FUNC PyInit__batch(void) { return PyModule_Create(&kModule); }
+PyMODINIT_FUNC PyInit__batch(void) {
+    for (int n = 0; n < kNames; ++n) {
+        if (names[n] == NULL && (names[n] = PyUnicode_InternFromString(kNameTexts[n])) == NULL) {
+            return NULL;
+        }
+    }
+    return PyModule_Create(&kModule);
+}

@@ -191,13 +191,25 @@ class Tags:
         """The file as ``kzdump --json`` gives it: "path", "status", "type",
         "fields" and "end", JSON-ready.  The fields carry "id3v1" besides
         kzdump's keys, and leave out "codes" and "strings"."""
-        if self._fields is None and _batch:
-            fields = _batch.parse(self._packed, self._only, True)
-        else:
-            items = self._fields if self._fields is not None else self._items()
-            fields = [_entry(*item) for item in items]
+        if _batch:  # the whole record in one go
+            return _batch.record(self._packed, self.path, self._only)
+        items = self._fields if self._fields is not None else self._items()
+        fields = [_entry(*item) for item in items]
         return {"path": self.path, "status": self.status, "type": self.type_name,
                 "fields": fields, "end": self.end_seen}
+
+    def _field_idents(self) -> List[str]:
+        """The identifiers of the tag fields (not outside text or failures),
+        in order: what counting fields needs, without their texts."""
+        if _batch:
+            return _batch.idents(self._packed, self._only)
+        items = self._fields if self._fields is not None else self._items()
+        return [item[3] for item in items if item[0] == "field"]
+
+    def __reduce__(self) -> Tuple[Any, ...]:
+        # Pickled as the packed result: about the size of the tag's text, and
+        # no Field built on either side.
+        return (Tags, (self._packed, self.path, self._only))
 
     def __repr__(self) -> str:
         return f"<Tags {self.path!r} {self.type_name!r}: {len(self.fields)} fields>"

@@ -3,12 +3,16 @@ or a distributed cluster.
 
 ``scan(paths)`` gives a :class:`dask.bag.Bag` of one dict per file, the
 dicts of :meth:`kz_id3.Tags.as_dict` (a file that could not be read gives
-``{"path": ..., "error": reason}``); ``to_dataframe(bag)`` a Dask DataFrame of
-one row per field; ``index_shards(paths, directory)`` has the workers write
-one index database per partition, for :func:`kz_id3.index.merge`.  Each task
-reads one partition of paths with :func:`kz_id3.read_many`; a worker needs
-only this package and the kit.  docs/scaling.md tells how to run a scan of
-100 million files.
+``{"path": ..., "error": reason}``); ``scan_tags(paths)`` a bag of the
+:class:`kz_id3.Tags` themselves, which make their fields only when asked
+for and pickle as the kit's packed result: cheaper to keep on the workers
+and to move.  ``count_fields(bag)`` counts the fields per identifier on the
+workers; ``to_dataframe(bag)`` gives a Dask DataFrame of one row per field;
+``index_shards(paths, directory)`` has the workers write one index
+database per partition, for :func:`kz_id3.index.merge`.  Each task reads
+one partition of paths with :func:`kz_id3.read_many`; a worker needs only
+this package and the kit.  docs/scaling.md tells how to run a scan of 100
+million files.
 
 Needs Dask (dask.bag, dask.dataframe, pandas); ``distributed`` for a
 cluster.  ``import kz_id3`` does not import this module or Dask.
@@ -16,37 +20,113 @@ cluster.  ``import kz_id3`` does not import this module or Dask.
 
 from __future__ import annotations
 
+import collections
 import ctypes
+import glob
 import os
+import re
 import uuid
-from typing import Any, Dict, Iterable, List, Optional, Union
+from typing import Any, Callable, Dict, Iterable, List, Optional, Set, Union
 
 import dask
 import dask.bag
 import dask.dataframe
 import pandas
 
-from ._reader import FieldFilter, PathLike, read_many
+from ._reader import FieldFilter, PathLike, _only, read_many
+from ._tags import Tags
 from ._walk import walk
 
-__all__ = ["scan", "read_partition", "to_dataframe", "index_shards", "COLUMNS"]
+__all__ = ["scan", "scan_tags", "count_fields", "to_dataframe", "index_shards",
+           "read_partition", "read_tags_partition", "COLUMNS"]
+
+#: What :func:`scan` and the others read: paths, patterns, directories or a bag of paths.
+Paths = Union[PathLike, Iterable[PathLike], dask.bag.Bag]
 
 #: The columns of :func:`to_dataframe`.
 COLUMNS = ("path", "ident", "number", "description", "text", "id3v1")
 
 
-def _is_pattern(path: str) -> bool:
-    return any(ch in path for ch in "*?[")
+_PATTERN = re.compile(r"[*?[]")
 
 
-def _expand(item: PathLike) -> List[str]:
-    import glob
-    path = os.fspath(item)
-    if _is_pattern(path):
-        return sorted(glob.glob(path, recursive=True))
-    if os.path.isdir(path):
-        return [entry.path for entry in walk(path)]
-    return [path]
+def _expand(items: List[PathLike]) -> List[str]:
+    """The files of ``items``, in order: patterns and directories expanded."""
+    listed: List[str] = []
+    plain = [os.fspath(item) for item in items]
+    if _PATTERN.search("\0".join(plain)) is not None:
+        # Lists of files (no pattern) are the common case: one search for all.
+        plain, patterned = [], plain
+        for path in patterned:
+            if _PATTERN.search(path) is None:
+                plain.append(path)
+            else:
+                _flush(plain, listed)
+                listed.extend(sorted(glob.glob(path, recursive=True)))
+    _flush(plain, listed)
+    return listed
+
+
+def _flush(paths: List[str], listed: List[str]) -> None:
+    """Appends ``paths`` to ``listed`` with every directory among them
+    replaced by the files under it, then empties ``paths``."""
+    directories = _directories(paths)
+    if directories:
+        for path in paths:
+            if path in directories:
+                listed.extend(entry.path for entry in walk(path))
+            else:
+                listed.append(path)
+    else:
+        listed.extend(paths)
+    paths.clear()
+
+
+def _directories(paths: List[str]) -> Set[str]:
+    """The paths that name directories (``os.path.isdir``).  Paths that
+    share a parent directory are looked up in one listing of it, with the
+    type the listing gives, rather than with a ``stat`` each: a list of
+    files from a few directories then costs a few system calls, not one a
+    file."""
+    by_parent: Dict[str, List[str]] = {}
+    for path in paths:
+        parent, slash, _ = path.rpartition("/")
+        by_parent.setdefault(parent + slash, []).append(path)
+    found: Set[str] = set()
+    for parent, members in by_parent.items():
+        unknown = members
+        if len(members) >= 4:
+            kinds = _kinds(parent or ".", 4 * len(members) + 64)
+            if kinds is not None:
+                unknown = []
+                start = len(parent)
+                for path in members:
+                    kind = kinds.get(path[start:])
+                    if kind is None:
+                        unknown.append(path)
+                    elif kind:
+                        found.add(path)
+        found.update(path for path in unknown if os.path.isdir(path))
+    return found
+
+
+def _kinds(directory: str, most: int) -> Optional[Dict[str, bool]]:
+    """Name to "is a directory" (following symbolic links) of the entries
+    of ``directory``; None when it cannot be listed or holds more than
+    ``most`` entries (then a ``stat`` of each path costs less)."""
+    kinds: Dict[str, bool] = {}
+    try:
+        with os.scandir(directory) as listing:
+            for entry in listing:
+                if len(kinds) >= most:
+                    return None
+                try:
+                    kinds[entry.name] = entry.is_dir()
+                except OSError:
+                    pass  # looked up with stat, which says the same
+    except OSError:
+        return None
+    return kinds
 
 
 def _reason(error: Exception) -> str:
@@ -104,19 +184,27 @@ def read_partition(paths: Iterable[PathLike], file_type: Optional[int] = None,
                    fields: FieldFilter = None) -> List[Dict[str, Any]]:
     """The records of one partition: what each task of :func:`scan` runs."""
     _tune_malloc()
-    records = []
+    records: List[Dict[str, Any]] = []
+    append = records.append
     for path, tags in read_many(_each_path(paths), workers=1, file_type=file_type,
-                                fields=fields):
-        if isinstance(tags, Exception):
-            records.append({"path": os.fspath(path), "error": _reason(tags)})
+                                fields=fields, chunk_size=256):
+        if type(tags) is Tags:
+            append(tags.as_dict())
         else:
-            records.append(tags.as_dict())
+            append({"path": os.fspath(path), "error": _reason(tags)})
     return records
 
 
-def scan(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag], *,
-         partition_size: int = 1000, client: Any = None, file_type: Optional[int] = None,
-         fields: FieldFilter = None) -> dask.bag.Bag:
+def read_tags_partition(paths: Iterable[PathLike], file_type: Optional[int] = None,
+                        fields: FieldFilter = None) -> List[Union[Tags, Exception]]:
+    """The results of one partition: what each task of :func:`scan_tags` runs."""
+    _tune_malloc()
+    return [tags for _, tags in read_many(_each_path(paths), workers=1, file_type=file_type,
+                                          fields=fields, chunk_size=256)]
+
+
+def scan(paths_or_globs: Paths, *, partition_size: int = 1000, client: Any = None,
+         file_type: Optional[int] = None, fields: FieldFilter = None) -> dask.bag.Bag:
     """A bag of the tags of many files, one dict per file.
 
     ``paths_or_globs`` is a path, a glob pattern (``**`` matches any depth), a
@@ -129,22 +217,56 @@ def scan(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag], *,
     ``distributed.Client``) it is persisted there at once: the reads start
     and the records stay in the workers' memory.  ``file_type`` and
     ``fields`` are as for :func:`kz_id3.read`.
+
+    A record makes a dict and a string for every field of the file; when
+    the workers only aggregate, filter or write, :func:`scan_tags` costs
+    less.
     """
-    bag = _paths(paths_or_globs, partition_size).map_partitions(
-        read_partition, file_type=file_type, fields=fields)
+    bag = _partitions(paths_or_globs, partition_size, read_partition, file_type,
+                      _only(fields))
     return client.persist(bag) if client is not None else bag
 
 
-def _paths(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag],
-           partition_size: int) -> dask.bag.Bag:
+def scan_tags(paths_or_globs: Paths, *, partition_size: int = 1000, client: Any = None,
+              file_type: Optional[int] = None, fields: FieldFilter = None) -> dask.bag.Bag:
+    """A bag of :class:`kz_id3.Tags`, one per file, as :func:`kz_id3.read_many`
+    gives them: for a file that could not be read, the exception instead
+    (:class:`kz_id3.ReadError`, an ``OSError`` with the path as
+    ``filename``, or :class:`kz_id3.Error`).
+
+    The arguments are those of :func:`scan`, whose records are
+    ``scan_tags(...).map(kz_id3.Tags.as_dict)`` for the files that were
+    read.  A ``Tags`` holds the kit's packed result (about 1 KB for a tag of
+    20 text fields) and makes its fields when they are asked for; it
+    pickles as that packed result.  So keeping the bag on the workers
+    (``client``), counting (:func:`count_fields`) or gathering it costs
+    less than the records' dicts, and ``bag.map(lambda tags: tags.get("TPE1"))``
+    builds only what it looks at.
+    """
+    bag = _partitions(paths_or_globs, partition_size, read_tags_partition, file_type,
+                      _only(fields))
+    return client.persist(bag) if client is not None else bag
+
+
+def _partitions(paths_or_globs: Paths, partition_size: int,
+                function: Callable[..., List[Any]], *args: Any) -> dask.bag.Bag:
+    """A bag of ``function(paths, *args)`` for each partition of the paths."""
     if isinstance(paths_or_globs, dask.bag.Bag):
-        return paths_or_globs
+        return paths_or_globs.map_partitions(function, *args)
     items = [paths_or_globs] if isinstance(paths_or_globs, (str, os.PathLike)) \
         else list(paths_or_globs)
-    listed = [path for item in items for path in _expand(item)]
+    listed = _expand(items)
     chunks = [_PathChunk(listed[start:start + partition_size])
-              for start in range(0, len(listed), partition_size)]
-    return dask.bag.from_sequence(chunks or [_PathChunk([])], partition_size=1)
+              for start in range(0, len(listed), partition_size)] or [_PathChunk([])]
+    # One task per partition with its paths inside, not a task holding the
+    # paths and another reading them: the scheduler sends the read only
+    # once it has seen the first finish, a round trip per partition in
+    # which the worker waits (a tenth of a scan's time on a LocalCluster).
+    # A new name every time: a second scan reads the files again rather
+    # than reuse what an earlier one left on the cluster.
+    name = f"{function.__name__}-{uuid.uuid4().hex}"
+    graph = {(name, number): (function, [chunk], *args) for number, chunk in enumerate(chunks)}
+    return dask.bag.Bag(graph, name, len(chunks))
 
 
 def _write_shard(paths: Iterable[PathLike], directory: str,
@@ -156,29 +278,64 @@ def _write_shard(paths: Iterable[PathLike], directory: str,
     return [shard]
 
 
-def index_shards(paths_or_globs: Union[PathLike, Iterable[PathLike], dask.bag.Bag],
-                 directory: PathLike, *, partition_size: int = 10000,
+def index_shards(paths_or_globs: Paths, directory: PathLike, *, partition_size: int = 10000,
                  file_type: Optional[int] = None) -> dask.bag.Bag:
     """A bag of the paths of index databases (:mod:`kz_id3.index`), one per
     partition, written by the workers into ``directory`` (a directory every
     worker can write to).  Compute it, then merge the shards with
     :func:`kz_id3.index.merge`: the records never pass through the client.
     ``paths_or_globs`` and ``partition_size`` are as for :func:`scan`."""
-    return _paths(paths_or_globs, partition_size).map_partitions(
-        _write_shard, os.fspath(directory), file_type)
+    return _partitions(paths_or_globs, partition_size, _write_shard, os.fspath(directory),
+                       file_type)
 
 
-def _rows(records: Iterable[Dict[str, Any]]) -> pandas.DataFrame:
-    rows = [(record["path"], field["id"], field["field"], field.get("description"),
-             field["text"], field["id3v1"])
-            for record in records for field in record.get("fields", ()) if "id" in field]
+def _count(items: Iterable[Any]) -> "collections.Counter[str]":
+    idents: List[str] = []
+    extend = idents.extend
+    for item in items:
+        if type(item) is Tags:
+            extend(item._field_idents())
+        elif isinstance(item, dict):
+            extend([field["id"] for field in item.get("fields", ()) if "id" in field])
+    return collections.Counter(idents)
+
+
+def _add_counts(counts: Iterable["collections.Counter[str]"]) -> "collections.Counter[str]":
+    total: "collections.Counter[str]" = collections.Counter()
+    for count in counts:
+        total.update(count)
+    return total
+
+
+def count_fields(bag: dask.bag.Bag) -> dask.bag.Item:
+    """The number of fields per identifier ("TIT2", "TXXX/WXXX", "ID3v1
+    title", ...) in a bag of :func:`scan` or :func:`scan_tags`, counted
+    where the bag's partitions are; ``.compute()`` gives a
+    :class:`collections.Counter`.  Outside text, reported failures and files
+    that could not be read are not counted.  For records, what
+    ``bag.pluck("fields", []).flatten().pluck("id", None).frequencies()``
+    counts, less the ``None`` of outside text; the fields of a ``Tags`` are counted from its packed result,
+    without making them, which costs a small part of the read."""
+    return bag.reduction(_count, _add_counts)
+
+
+def _rows(items: Iterable[Any]) -> pandas.DataFrame:
+    rows = []
+    for item in items:
+        if type(item) is Tags:
+            rows.extend((item.path, field.ident, field.number, field.description, field.text,
+                         field.id3v1) for field in item if field.kind == "field")
+        elif isinstance(item, dict):
+            rows.extend((item["path"], field["id"], field["field"], field.get("description"),
+                         field["text"], field["id3v1"])
+                        for field in item.get("fields", ()) if "id" in field)
     frame = pandas.DataFrame.from_records(rows, columns=COLUMNS)
     return frame.astype({"number": "int64", "id3v1": "bool"})
 
 
 def to_dataframe(bag: dask.bag.Bag) -> dask.dataframe.DataFrame:
-    """One row per field of the records of :func:`scan`: the columns
-    :data:`COLUMNS`.  Outside text, reported failures and files that could
-    not be read give no rows."""
+    """One row per field of a bag of :func:`scan` or :func:`scan_tags`: the
+    columns :data:`COLUMNS`.  Outside text, reported failures and files
+    that could not be read give no rows."""
     parts = [dask.delayed(_rows)(part) for part in bag.to_delayed()]
     return dask.dataframe.from_delayed(parts, meta=_rows([]), verify_meta=False)

@@ -1,3 +1,5 @@
+import collections
+
 import pytest
 
 import kz_id3
@@ -19,6 +21,12 @@ def test_scan_on_local_cluster_equals_read_many(tmp_path):
         bag = kz_id3.dask.scan(FILES, partition_size=4, client=client)
         assert bag.compute() == records(FILES)
         rows = kz_id3.dask.to_dataframe(bag).compute()
+        tags = kz_id3.dask.scan_tags(FILES + [str(ROOT / "missing.mp3")], partition_size=4,
+                                     client=client)
+        read = tags.compute()
+        counts = kz_id3.dask.count_fields(tags).compute()
+        assert counts == kz_id3.dask.count_fields(bag).compute()
+        assert kz_id3.dask.to_dataframe(tags).compute().equals(rows)
         shards = kz_id3.dask.index_shards(FILES, tmp_path, partition_size=8).compute()
     kz_id3.index.merge(tmp_path / "merged.db", shards)
     kz_id3.index.update(tmp_path / "fresh.db", FILES)
@@ -26,5 +34,9 @@ def test_scan_on_local_cluster_equals_read_many(tmp_path):
     assert list(rows.itertuples(index=False, name=None)) == [
         (path, f.ident, f.number, f.description, f.text, f.id3v1)
         for path, tags in kz_id3.read_many(FILES) for f in tags if f.kind == "field"]
+    assert [tags.as_dict() for tags in read[:-1]] == records(FILES)
+    assert isinstance(read[-1], kz_id3.ReadError) and read[-1].filename.endswith("missing.mp3")
+    assert counts == collections.Counter(f.ident for _, tags in kz_id3.read_many(FILES)
+                                         for f in tags if f.kind == "field")
     pattern = str(ROOT / "samples" / "*.mp3")
     assert kz_id3.dask.scan(pattern).compute(scheduler="threads") == records(SAMPLES)
