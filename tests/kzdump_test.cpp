@@ -9,12 +9,15 @@
 #include <algorithm>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "id3v2/frame_walker.h"
+#include "kz_id3.h"
 #include "kz_id3_version.h"
 #include "processes.h"
 #include "tag_builder.h"
@@ -61,18 +64,21 @@ Strings Spans(const std::string& cell) {
     return spans;
 }
 
-// The rows of the host guide's tables of example files ("| Tag content |
-// The host receives |"): the file in the guide's notation, and the field
-// lines it shows.
-std::vector<std::pair<std::string, Strings>> GuideExamples() {
-    std::vector<std::pair<std::string, Strings>> rows;
+// The trimmed cells of the rows of every table in a document whose header
+// row starts with `header`.
+std::vector<Strings> TableRows(const std::string& path, const std::string& header) {
+    std::vector<Strings> rows;
     bool inTable = false;
-    for (const std::string& line : Lines(ReadWhole(KZ_DOCS_DIR "/host-guide.md"))) {
-        if (line.starts_with("| Tag content | The host receives |")) inTable = true;
+    for (const std::string& line : Lines(ReadWhole(path))) {
+        if (line.starts_with(header)) inTable = true;
         inTable = inTable && line.starts_with('|');
-        if (!inTable || line.starts_with("| Tag content") || line.starts_with("|---")) continue;
-        const size_t second = line.find('|', 1), third = line.find('|', second + 1);
-        rows.emplace_back(Spans(line.substr(1, second - 1)).at(0), Spans(line.substr(second + 1, third - second - 1)));
+        if (!inTable || line.starts_with(header) || line.starts_with("|---")) continue;
+        Strings& cells = rows.emplace_back();
+        for (size_t at = 1, next; (next = line.find('|', at)) != std::string::npos; at = next + 1) {
+            const std::string cell = line.substr(at, next - at);
+            const size_t first = cell.find_first_not_of(' ');
+            cells.push_back(first == std::string::npos ? "" : cell.substr(first, cell.find_last_not_of(' ') + 1 - first));
+        }
     }
     return rows;
 }
@@ -236,12 +242,12 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
     for (const Strings& args : bad) check(args, {}, 2, {"kzdump: *"});
     // The host guide's example files give the fields it says the host
     // receives.
-    const auto examples = GuideExamples();
+    const auto examples = TableRows(KZ_DOCS_DIR "/host-guide.md", "| Tag content | The host receives |");
     EXPECT_GE(examples.size(), 12u);
     for (size_t n = 0; n < examples.size(); ++n) {
-        const std::string file = dir.Write("guide" + std::to_string(n) + ".mp3", FileFrom(examples[n].first));
+        const std::string file = dir.Write("guide" + std::to_string(n) + ".mp3", FileFrom(Spans(examples[n][0]).at(0)));
         Strings lines = {file + kTagOnly};
-        for (const std::string& field : examples[n].second) lines.push_back("  " + field);
+        for (const std::string& field : Spans(examples[n][1])) lines.push_back("  " + field);
         check({file}, lines, 0, {});
     }
     EXPECT_EQ(FromJson(Kzdump({"--json", genre}), "'\\n'.join(y['text'] + ' = ' + y['genre'] for y in x)"), json);
@@ -409,6 +415,57 @@ TEST(Kzdump, SameOutputTwiceWithWorkerThreadsAndWithStopsAndOnlyPrintableText) {
             EXPECT_EQ(run.status, single.status) << mode << Quoted(more);
         }
     }
+}
+
+// ---- Documents ------------------------------------------------------------------------
+
+// The man page's options (the bold words of each .TP term in OPTIONS) are
+// those of --help (the words before the text of its "  -" lines); the host
+// guide's field table is KzFieldIdent and KzFieldLabel, with the identifiers
+// the module dispatches for each number; every C excerpt of the README's and
+// the guide's is a verbatim part of the example host.
+TEST(Documents, ManPageFieldTableAndCodeExcerptsMatchTheirSources) {
+    std::set<std::string> help, page;
+    bool inOptions = false;
+    for (const std::string& line : Lines(Kzdump({"--help"}).out)) {
+        if (!line.starts_with(' ')) inOptions = line == "Options:";
+        std::istringstream words(line.substr(0, line.find("  ", 2)));
+        for (std::string word; inOptions && line.starts_with("  -") && words >> word;)
+            if (word.starts_with('-')) help.insert(word.ends_with(',') ? word.substr(0, word.size() - 1) : word);
+    }
+    std::string section, previous;
+    for (std::string line : Lines(ReadWhole(KZ_DOCS_DIR "/kzdump.1"))) {
+        if (line.starts_with(".SH ")) section = line.substr(4);
+        for (size_t at; previous == ".TP" && section == "OPTIONS" && (at = line.find("\\-")) != std::string::npos;)
+            line.erase(at, 1);
+        for (size_t at = 0; previous == ".TP" && section == "OPTIONS" && (at = line.find("\\fB", at)) != std::string::npos;
+             at = line.find("\\fR", at))
+            page.insert(line.substr(at + 3, line.find("\\fR", at) - at - 3));
+        previous = line;
+    }
+    EXPECT_TRUE(help.contains("-j") && help.contains("--jobs") && help.contains("--")) << help.size();
+    EXPECT_EQ(page, help);
+
+    const std::vector<Strings> table = TableRows(KZ_DOCS_DIR "/host-guide.md", "| Field | Identifier |");
+    size_t row = 0;
+    for (uint32_t number = 0; number <= KZ_FIELD_USER_DEFINED_BASE; ++number) {
+        if (KzFieldIdent(number) == nullptr) continue;
+        ASSERT_LT(row, table.size()) << number;
+        const Strings& cells = table[row++];
+        EXPECT_EQ(cells[0] + cells[1] + cells[2], std::to_string(number) + "`" + KzFieldIdent(number) + "`" + KzFieldLabel(number));
+        for (const std::string& id : Spans(cells[1] + cells[3]))
+            EXPECT_EQ(kz::FieldNumberOf(id.size() == 3 ? id[0] << 16 | id[1] << 8 | id[2]
+                                                       : id[0] << 24 | id[1] << 16 | id[2] << 8 | id[3]), number) << id;
+    }
+    EXPECT_EQ(row, table.size());
+
+    const std::string example = ReadWhole(KZ_DOCS_DIR "/../examples/minimal_host.c");
+    int excerpts = 0;
+    for (const std::string& text : {ReadWhole(KZ_DOCS_DIR "/../README.md"), ReadWhole(KZ_DOCS_DIR "/host-guide.md")}) {
+        for (size_t at = text.find("```c\n"); at != std::string::npos; at = text.find("```c\n", at + 1), ++excerpts)
+            EXPECT_NE(example.find(text.substr(at + 5, text.find("```", at + 5) - at - 5)), std::string::npos) << at;
+    }
+    EXPECT_GE(excerpts, 7);
 }
 
 // The module comes from --filter, else KZ_ID3_MODULE, else the module
