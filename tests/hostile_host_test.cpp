@@ -21,6 +21,8 @@ Rule Always() { return [](int) { return true; }; }
 
 struct Faults {
     Rule shortRead{};   // the read delivers half of what was asked
+    Rule emptyRead{};   // the read delivers nothing
+    Rule failRead{};    // the read fails and writes nothing, not even its count
     Rule refuseSeek{};  // the seek fails and moves nothing
     Rule failTell{};    // the tell fails and writes nothing
 };
@@ -58,11 +60,10 @@ Calls ReadThrough(Session& session) {
 // calls made on the stream.
 std::pair<Calls, int> ReadHostile(const Bytes& file, const Faults& faults) {
     Session session(file);
-    if (faults.shortRead) {
-        session.file.readLimit = [rule = faults.shortRead](int i, uint32_t count) {
-            return rule(i) ? count / 2 : count;
-        };
-    }
+    session.file.readLimit = [faults](int i, uint32_t count) {
+        return faults.emptyRead && faults.emptyRead(i) ? 0 : faults.shortRead && faults.shortRead(i) ? count / 2 : count;
+    };
+    session.file.failRead = faults.failRead;
     session.file.refuseSeek = faults.refuseSeek;
     session.file.failTell = faults.failTell;
     const Calls calls = ReadThrough(session);
@@ -76,15 +77,19 @@ void ExpectEndsAndRepeats(const Bytes& file, const Faults& faults, const std::st
     EXPECT_EQ(first, ReadHostile(file, faults).first) << what;
 }
 
-// A short read at every read call, a refused seek and a failed tell at each
-// of the first 40 calls, and each fault at every call.
+// A short read at every read call (and a failed read, which must count as
+// one that delivered nothing), a refused seek and a failed tell at each of
+// the first 40 calls, and each fault at every call.
 TEST(HostileStream, EachFaultAtEveryPoint) {
     const Bytes file = MixedFile();
     const int reads = ReadHostile(file, {}).second;
     ASSERT_GT(reads, 8);
     for (int n = 0; n < std::max(reads, 40); ++n) {
         const std::string at = " #" + std::to_string(n);
-        if (n < reads) ExpectEndsAndRepeats(file, {.shortRead = Only(n)}, "short read" + at);
+        if (n < reads) {
+            ExpectEndsAndRepeats(file, {.shortRead = Only(n)}, "short read" + at);
+            EXPECT_EQ(ReadHostile(file, {.failRead = Only(n)}), ReadHostile(file, {.emptyRead = Only(n)})) << at;
+        }
         ExpectEndsAndRepeats(file, {.refuseSeek = Only(n)}, "refused seek" + at);
         ExpectEndsAndRepeats(file, {.failTell = Only(n)}, "failed tell" + at);
     }

@@ -17,6 +17,7 @@ MemoryStream* MemoryStream::Owner(KzStream* stream) {
 int32_t MemoryStream::Read(KzStream* stream, void* buffer, uint32_t count, uint32_t* countRead) {
     MemoryStream* self = Owner(stream);
     const int index = self->reads++;
+    if (self->failRead && self->failRead(index)) return -1;
     const uint32_t from = self->neverMoves ? 0 : self->position_;
     const uint32_t available =
         from < self->data_.size() ? static_cast<uint32_t>(self->data_.size()) - from : 0;

@@ -32,6 +32,7 @@ public:
     int tells = 0;
     // The most bytes this read delivers (still bounded by the data).
     std::function<uint32_t(int read, uint32_t count)> readLimit;
+    std::function<bool(int read)> failRead;    // fails and writes nothing
     std::function<bool(int seek)> refuseSeek;  // fails and moves nothing
     std::function<bool(int tell)> failTell;    // fails and writes nothing
     bool tellsZero = false;   // every tell answers 0
