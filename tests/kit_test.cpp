@@ -279,7 +279,10 @@ TEST(Kit, DetectsTheFileTypeFromTheTagsAndTheFirstAudioFrame) {
         {tag + Audio({0xFF, 0xF3, 0x10, 0x00}, 26), 1715},
         // MPEG-2.5 Layer III at 11.025 kHz: 72 * 8000 / 11025.
         {tag + Audio({0xFF, 0xE3, 0x10, 0x00}, 52), 1715},
-        // A header that no second header confirms is no audio.
+        // A header that no second header confirms is no audio, nor is one
+        // with the reserved emphasis; only "ID3" starts a tag header.
+        {tag + Audio({0xFF, 0xFB, 0x90, 0x02}, 417), 1709},
+        {Raw({'X', 'Y', 'Z', 3}) + Zeros(996), 1710},
         {tag + Audio({0xFF, 0xFB, 0x90, 0x00}, 417, 1) + Zeros(10), 1709},
         {tag, 1709},
         {trailer, 1708},

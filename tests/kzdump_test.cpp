@@ -302,7 +302,7 @@ TEST(Kzdump, WalksDirectoriesAndReadsPathLists) {
     const Bytes tagged = Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'})));
     const std::string base = dir.path.string() + "/";
     const std::string odd = "new\nline\xFF.mp3";
-    for (const std::string name : {"a.MP3", "B.mp3", "sub/b.mp3", "c.txt", odd.c_str()}) dir.Write(name, tagged);
+    for (const std::string name : {"a.MP3", "B.mp3", "sub/b.mp3", "c.txt", "d.mpa", odd.c_str()}) dir.Write(name, tagged);
     const std::string lines = dir.Write("lines", base + "c.txt\n\n" + base + "a.MP3\n");
     const std::string nul = dir.Write("nul", base + odd + '\0' + base + "c.txt");
     const struct {
@@ -310,7 +310,7 @@ TEST(Kzdump, WalksDirectoriesAndReadsPathLists) {
         Strings headers;  // the file header lines, the directory's path left out
         int status;
     } cases[] = {
-        {{"-rqj3", "--ext=MP3,.mp2", base}, {"B.mp3", "a.MP3", "new\\x0Aline\\xFF.mp3", "sub/b.mp3"}, 0},
+        {{"-rqj3", "--ext=MP3,.mp2,MPA", base}, {"B.mp3", "a.MP3", "d.mpa", "new\\x0Aline\\xFF.mp3", "sub/b.mp3"}, 0},
         {{"-rj2", "--", base + "sub", "-r"}, {"sub/b.mp3"}, 3},
         {{"a.MP3", "-0@", nul}, {"a.MP3", "new\\x0Aline\\xFF.mp3", "c.txt"}, 0},
         {{"-j", "3", "-@", lines, base + "c.txt"}, {"c.txt", "a.MP3", "c.txt"}, 0},
