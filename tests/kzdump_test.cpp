@@ -131,7 +131,8 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
         "escapes.mp3",
         Tag(3, Frame(3, "TIT2", Raw({0x00, 'A', 0x01, 'B', '\\', 0x7F, 0x0A})) +
                    // x, a high surrogate followed by y, then a lone low surrogate.
-                   Frame(3, "TPE1", Raw({0x01, 0xFF, 0xFE, 'x', 0x00, 0x34, 0xD8, 'y', 0x00, 0x1E, 0xDD}))));
+                   Frame(3, "TPE1", Raw({0x01, 0xFF, 0xFE, 'x', 0x00, 0x34, 0xD8, 'y', 0x00, 0x1E, 0xDD})) +
+                   Frame(3, "TXXX", Raw({0x00, '"', 0x0A, 0x00, 'v'}))));
     // 100 bytes that declare a text frame of 50 MB (below the host's default
     // limit): kzdump refuses any block larger than the file, and the field
     // stays empty.
@@ -200,8 +201,10 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
                  "  APIC: image/png \\x03 cover"}},
         {{people}, {people + kType, "  TIT2: Credits", "  (outside any field): producer Ann mixer Bob ",
                     "  USLT:  first line", "    second line", "  PCNT: \\x00\\x00\\x01,"}},
-        // A line-feed character continues the value too.
-        {{escapes}, {escapes + kTagOnly, "  TIT2: A\\x01B\\\\\\x7F", "    ", "  TPE1: x\uFFFDy\uFFFD"}},
+        // A line-feed character continues the value too; a description
+        // is quoted, its quotes and line breaks escaped.
+        {{escapes}, {escapes + kTagOnly, "  TIT2: A\\x01B\\\\\\x7F", "    ", "  TPE1: x\uFFFDy\uFFFD",
+                       "  TXXX/WXXX \"\\\"\\n\": v"}},
         {{large}, {large + kTagOnly, "  TIT2:"}},
         {{genre}, Strings{genre + kTagOnly} + named},
         {{"--raw", genre}, Strings{genre + kTagOnly} + raw},
