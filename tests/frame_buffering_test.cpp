@@ -14,16 +14,18 @@ Bytes Fill(size_t count, uint8_t byte) { return Bytes(count, byte); }
 Calls Same(size_t count, uint32_t code) { return Repeat(Codes({code}), count); }
 
 // Allocation failures stop at the end of the test, whatever it asserts.
-struct FailingAllocations {
-    FailingAllocations() { KzSysFailAllocationsAfter(0); }
-    ~FailingAllocations() { KzSysResetFaults(); }
+// Host blocks that cannot be had: refused, or given but not locked.
+struct FailingBlocks {
+    explicit FailingBlocks(bool locks) { locks ? KzSysFailLocks(1) : KzSysFailAllocationsAfter(0); }
+    ~FailingBlocks() { KzSysResetFaults(); }
 };
 
 }  // namespace
 
-// A body that needs a host block when none can be had: the field is empty,
-// and the next frame is still read where it begins.  Every identifier of the
-// case tables, and its three-letter form.
+// A body that needs a host block when none can be had (refused for the
+// four-letter identifiers, unlockable for the three-letter ones): the field
+// is empty, no block is left, and the next frame is still read where it
+// begins.  Every identifier of the case tables, and its three-letter form.
 TEST(FrameAllocationFailure, EmptyFieldAndNextFrameReadRight) {
     std::set<std::string> seen;
     for (const auto* table : {&TextAndLinkCases(), &DescriptiveCases(), &TimingCases()}) {
@@ -39,7 +41,7 @@ TEST(FrameAllocationFailure, EmptyFieldAndNextFrameReadRight) {
                 s.Start();
                 const int64_t liveBlocks = KzSysLiveBlocks();
                 {
-                    const FailingAllocations failing;
+                    const FailingBlocks failing(id.size() == 3);
                     s.ReadToEnd();
                 }
                 EXPECT_EQ(KzSysLiveBlocks(), liveBlocks);

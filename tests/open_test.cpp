@@ -71,6 +71,7 @@ TEST(StreamOpen, DecidesWhetherThereIsAnythingToRead) {
         {"audio only", audio, 51, 0, 0},
         {"empty stream", {}, 51, 0, 0},
         {"lower-case id3", Latin1("id3") + Bytes(v3.begin() + 3, v3.end()) + audio, 51, 0, 0},
+        {"first letter wrong", Latin1("XD3") + Bytes(v3.begin() + 3, v3.end()) + audio, 51, 0, 0},
         {"tag shorter than 128 bytes", v3, 0, 1, 0},
         {"TAG one byte before its place", audio + trailer + Raw({0}), 51, 0, 0},
         {"nine-byte header", Bytes(v3.begin(), v3.begin() + 9), 51, 0, 0},
