@@ -26,14 +26,14 @@ enum class Id {
     Progress, NoProgress
 };
 
-struct Spec {
+struct KnownOption {
     std::string_view longName;
     char shortName;
     bool takesValue;
     Id id;
 };
 
-constexpr Spec kSpecs[] = {
+constexpr KnownOption kKnownOptions[] = {
     {"--help", 'h', false, Id::Help},         {"--version", '\0', false, Id::Version},
     {"--json", '\0', false, Id::Json},        {"--trace", '\0', false, Id::Trace},
     {"--codes", '\0', false, Id::Codes},      {"--recursive", 'r', false, Id::Recursive},
@@ -50,15 +50,15 @@ constexpr Spec kSpecs[] = {
 // The CSV and TSV columns when --fields is not given.
 constexpr std::string_view kDefaultColumns = "TIT2,TPE1,TALB,TYER,TRCK,TCON";
 
-const Spec* FindLong(std::string_view name) {
-    for (const Spec& spec : kSpecs)
-        if (spec.longName == name) return &spec;
+const KnownOption* FindLong(std::string_view name) {
+    for (const KnownOption& option : kKnownOptions)
+        if (option.longName == name) return &option;
     return nullptr;
 }
 
-const Spec* FindShort(char name) {
-    for (const Spec& spec : kSpecs)
-        if (spec.shortName == name) return &spec;
+const KnownOption* FindShort(char name) {
+    for (const KnownOption& option : kKnownOptions)
+        if (option.shortName == name) return &option;
     return nullptr;
 }
 
@@ -166,49 +166,49 @@ bool Apply(Id id, std::string_view value, Options& options, std::string& error) 
 // "--name value") or short options, combined as in "-rj2" or "-r -j 2".
 bool ParseOption(std::string_view arg, int& index, int argc, char** argv, Options& options,
                  std::string& error, bool& jsonSeen, unsigned& modes) {
-    const auto apply = [&](const Spec& spec, std::string_view shown, std::string_view rest,
+    const auto apply = [&](const KnownOption& option, std::string_view shown, std::string_view rest,
                            bool restGiven) {
         std::string_view value = rest;
-        if (spec.takesValue && !restGiven) {
+        if (option.takesValue && !restGiven) {
             if (index + 1 >= argc) {
                 error = "option '" + std::string(shown) + "' needs a value";
                 return false;
             }
             value = argv[++index];
         }
-        if (spec.id == Id::Json || spec.id == Id::Trace || spec.id == Id::Csv || spec.id == Id::Tsv) {
-            modes |= 1u << static_cast<unsigned>(spec.id);
+        if (option.id == Id::Json || option.id == Id::Trace || option.id == Id::Csv || option.id == Id::Tsv) {
+            modes |= 1u << static_cast<unsigned>(option.id);
         }
-        jsonSeen |= spec.id == Id::Json;
-        return Apply(spec.id, value, options, error);
+        jsonSeen |= option.id == Id::Json;
+        return Apply(option.id, value, options, error);
     };
     if (arg.starts_with("--")) {
         const size_t equals = arg.find('=');
         const std::string_view name = arg.substr(0, equals);
-        const Spec* spec = FindLong(name);
-        if (spec == nullptr) {
+        const KnownOption* option = FindLong(name);
+        if (option == nullptr) {
             error = "unknown option '" + std::string(name) + "'";
             return false;
         }
-        if (equals != std::string_view::npos && !spec->takesValue) {
+        if (equals != std::string_view::npos && !option->takesValue) {
             error = "option '" + std::string(name) + "' takes no value";
             return false;
         }
         const bool given = equals != std::string_view::npos;
-        return apply(*spec, name, given ? arg.substr(equals + 1) : std::string_view(), given);
+        return apply(*option, name, given ? arg.substr(equals + 1) : std::string_view(), given);
     }
     for (size_t at = 1; at < arg.size(); ++at) {
-        const Spec* spec = FindShort(arg[at]);
+        const KnownOption* option = FindShort(arg[at]);
         const std::string shown = std::string("-") + arg[at];
-        if (spec == nullptr) {
+        if (option == nullptr) {
             error = "unknown option '" + shown + "'";
             return false;
         }
-        if (spec->takesValue) {
+        if (option->takesValue) {
             const std::string_view rest = arg.substr(at + 1);
-            return apply(*spec, shown, rest, !rest.empty());
+            return apply(*option, shown, rest, !rest.empty());
         }
-        if (!apply(*spec, shown, {}, false)) return false;
+        if (!apply(*option, shown, {}, false)) return false;
     }
     return true;
 }
