@@ -128,21 +128,7 @@ bool FieldBuilder::Admit() {
 void FieldBuilder::PutUtf8(char32_t cp) {
     TextBuffer& out = *target_;
     out.Reserve(4);
-    if (cp < 0x80) {
-        out.Put(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out.Put(static_cast<char>(0xC0 | (cp >> 6)));
-        out.Put(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out.Put(static_cast<char>(0xE0 | (cp >> 12)));
-        out.Put(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.Put(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out.Put(static_cast<char>(0xF0 | (cp >> 18)));
-        out.Put(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out.Put(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.Put(static_cast<char>(0x80 | (cp & 0x3F)));
-    }
+    out.SetSize(static_cast<size_t>(EncodeUtf8(cp, out.Data() + out.Size()) - out.Data()));
 }
 
 void FieldBuilder::PutReplacement() {

@@ -51,6 +51,26 @@ private:
     size_t capacity_ = 0;
 };
 
+// Writes the UTF-8 bytes of a code point at `out`; returns their end.
+inline char* EncodeUtf8(char32_t cp, char* out) {
+    if (cp < 0x80) {
+        *out++ = static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        *out++ = static_cast<char>(0xC0 | (cp >> 6));
+        *out++ = static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        *out++ = static_cast<char>(0xE0 | (cp >> 12));
+        *out++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        *out++ = static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        *out++ = static_cast<char>(0xF0 | (cp >> 18));
+        *out++ = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        *out++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        *out++ = static_cast<char>(0x80 | (cp & 0x3F));
+    }
+    return out;
+}
+
 class FieldBuilder {
 public:
     // Begins a file.  Characters beyond `charLimit` are dropped (and
@@ -67,18 +87,10 @@ public:
     // A character StoreAscii did not take.  One that is not a surrogate half
     // goes at the cursor as two or three bytes when there is room.
     void StoreOther(uint16_t code) {
-        const auto room = bound_ - cursor_;
-        if (code >= 0x80 && code < 0x800 && room >= 2) {
-            cursor_[0] = static_cast<char>(0xC0 | (code >> 6));
-            cursor_[1] = static_cast<char>(0x80 | (code & 0x3F));
-            cursor_ += 2;
-            extraBytes_ += 1;
-        } else if ((code < 0xD800 || code > 0xDFFF) && code >= 0x800 && room >= 3) {
-            cursor_[0] = static_cast<char>(0xE0 | (code >> 12));
-            cursor_[1] = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-            cursor_[2] = static_cast<char>(0x80 | (code & 0x3F));
-            cursor_ += 3;
-            extraBytes_ += 2;
+        const ptrdiff_t bytes = code < 0x800 ? 2 : 3;
+        if (code >= 0x80 && (code < 0xD800 || code > 0xDFFF) && bound_ - cursor_ >= bytes) {
+            cursor_ = EncodeUtf8(code, cursor_);
+            extraBytes_ += static_cast<size_t>(bytes - 1);
         } else {
             OtherChar(code);
         }

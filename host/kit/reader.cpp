@@ -106,9 +106,8 @@ uint32_t Reader::OnBreak(uint16_t kind) {
 // ---- Routines that make fields ---------------------------------------------------
 
 void Reader::OutChar(uint16_t code, uint64_t user1, uint64_t user2) {
-    if ((user2 ^ kUserCheck) != user1 || user1 == 0) return;
-    Reader* reader = reinterpret_cast<Reader*>(user1);
-    if (!reader->builder_.StoreAscii(code)) OtherChar(code, reader);
+    Reader* reader = From(user1, user2);
+    if (reader != nullptr && !reader->builder_.StoreAscii(code)) OtherChar(code, reader);
 }
 
 void Reader::OtherChar(uint16_t code, Reader* reader) {
