@@ -20,6 +20,12 @@ char* Put(char* out, const char* bytes, size_t length) {
     return out + length;
 }
 
+// The packed form's fixed parts: count, status, type, flags and the type
+// name's length; per field kind, ID3v1 flag, identifier length, a zero
+// byte, tag, number, description length and text length.
+constexpr size_t kPackedHeaderBytes = 4 + 4 + 2 + 1 + 1;
+constexpr size_t kPackedFieldBytes = 1 + 1 + 1 + 1 + 4 + 4 + 4 + 4;
+
 bool FitsU32(size_t length) { return length < std::numeric_limits<uint32_t>::max(); }
 
 }  // namespace
@@ -86,10 +92,10 @@ void kz_host_result::Seal(const kz_host_file_info& fileInfo) {
 
 void kz_host_result::Pack() const {
     const size_t typeLength = strnlen(info.type_name, sizeof info.type_name);
-    size_t size = 4 + 4 + 2 + 1 + 1 + typeLength;
+    size_t size = kPackedHeaderBytes + typeLength;
     for (const kz_host_field& field : fields) {
         if (!FitsU32(field.text_len) || !FitsU32(field.description_len)) return;
-        size += 20 + std::strlen(field.ident) + field.description_len + field.text_len;
+        size += kPackedFieldBytes + std::strlen(field.ident) + field.description_len + field.text_len;
     }
     std::string out(size, '\0');
     char* at = out.data();
