@@ -70,15 +70,20 @@ uint32_t MemorySource::ReadAt(uint32_t at, uint8_t* buffer, uint32_t count) {
 
 int32_t MemorySource::ReadOp(KzStream* stream, void* buffer, uint32_t count,
                              uint32_t* countRead) {
+    // Everything is settled before the copy, so that the copy is the last
+    // call and nothing needs keeping across it.
     auto* self = static_cast<MemorySource*>(Owner(stream));
-    const uint32_t got = self->Read(static_cast<uint8_t*>(buffer), count);
+    const uint32_t at = self->position_;
+    const uint32_t got = self->Advance(count);
     if (countRead != nullptr) *countRead = got;
+    if (got != 0) std::memcpy(buffer, self->data_ + at, got);
     return 0;
 }
 
 uint32_t MemorySource::Read(uint8_t* buffer, uint32_t count) {
-    const uint32_t got = ReadAt(position_, buffer, count);
-    position_ += got;
+    const uint32_t at = position_;
+    const uint32_t got = Advance(count);
+    if (got != 0) std::memcpy(buffer, data_ + at, got);
     return got;
 }
 

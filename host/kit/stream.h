@@ -6,6 +6,7 @@
 
 #include "kz_id3.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 
@@ -58,6 +59,13 @@ private:
     // The module reads a small tag's headers and bodies one call each: no
     // virtual call on the way.
     static int32_t ReadOp(KzStream* stream, void* buffer, uint32_t count, uint32_t* countRead);
+    // Moves the position past the next `count` bytes, or as many as there
+    // are; returns how many.
+    uint32_t Advance(uint32_t count) {
+        const uint32_t got = position_ < size_ ? std::min(count, size_ - position_) : 0;
+        position_ += got;
+        return got;
+    }
     const uint8_t* data_ = nullptr;
 };
 
