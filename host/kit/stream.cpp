@@ -81,9 +81,8 @@ int32_t MemorySource::ReadOp(KzStream* stream, void* buffer, uint32_t count,
 }
 
 uint32_t MemorySource::Read(uint8_t* buffer, uint32_t count) {
-    const uint32_t at = position_;
-    const uint32_t got = Advance(count);
-    if (got != 0) std::memcpy(buffer, data_ + at, got);
+    uint32_t got = 0;
+    ReadOp(Stream(), buffer, count, &got);
     return got;
 }
 
