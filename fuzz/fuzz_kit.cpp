@@ -6,12 +6,17 @@
 //   bits 4-7  at most n * 16 characters (0: the default bound)
 // Findings: a crash or sanitizer report; a text, description or string that
 // is not UTF-8 or not NUL-terminated; a status the read may not give; two
-// reads, a streamed and a collected read, or the packed form that disagree.
+// reads, a streamed and a collected read, the packed form, or the same bytes
+// read from memory and read by path as a file (an in-memory file) that
+// disagree.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include "kz_host.h"
 
@@ -126,6 +131,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string again;
     if (kz_host_read_memory(reader, file, fileSize, &options, &Collect, &again, nullptr) != status ||
         again != streamed) {
+        Finding();
+    }
+
+    // The same bytes as a file, read by its path through the file stream.
+    static const std::string filePath = [] {
+        const int fd = memfd_create("fuzz_kit", MFD_CLOEXEC);
+        if (fd < 0) Finding();
+        return "/proc/self/fd/" + std::to_string(fd);
+    }();
+    static const int fileFd = std::stoi(filePath.substr(filePath.rfind('/') + 1));
+    if (ftruncate(fileFd, 0) != 0 ||
+        (fileSize != 0 && pwrite(fileFd, file, fileSize, 0) != static_cast<ssize_t>(fileSize))) {
+        Finding();
+    }
+    std::string byPath;
+    kz_host_file_info fileInfo{};
+    if (kz_host_read_file(reader, filePath.c_str(), &options, &Collect, &byPath, &fileInfo) != status ||
+        byPath != streamed || fileInfo.file_type != info.file_type || fileInfo.truncated != info.truncated) {
         Finding();
     }
 

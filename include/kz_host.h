@@ -201,8 +201,9 @@ KZ_HOST_API int kz_host_read_memory(kz_host_reader* reader, const void* data, si
 typedef struct kz_host_result kz_host_result;
 
 /* The same reads, every item kept.  *result is set whenever the status is
- * KZ_HOST_OK, KZ_HOST_NOTHING_TO_READ or KZ_HOST_ERROR_UNFINISHED (what
- * arrived before the guard), null otherwise. */
+ * KZ_HOST_OK, KZ_HOST_NOTHING_TO_READ, KZ_HOST_ERROR_UNFINISHED (what
+ * arrived before the guard) or KZ_HOST_ERROR_IO after the file was opened
+ * (what was read before the error), null otherwise. */
 KZ_HOST_API int kz_host_collect_file(kz_host_reader* reader, const char* path,
                                      const kz_host_read_options* options,
                                      kz_host_result** result);

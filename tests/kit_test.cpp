@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <random>
 #include <thread>
 #include <utility>
 
@@ -345,6 +346,80 @@ std::array<std::string, 2> ReadAll(const Strings& files) {
         }
     }
     return out;
+}
+
+// Rows of a file read by path: identifier and text; the status last.
+Strings FileRows(const std::string& path) {
+    Reader r;
+    kz_host_result* result = nullptr;
+    const int status = kz_host_collect_file(r.reader, path.c_str(), nullptr, &result);
+    Strings rows;
+    for (size_t i = 0; i < kz_host_result_count(result); ++i) {
+        const kz_host_field& f = *kz_host_result_field(result, i);
+        rows.push_back(std::string(f.ident) + "=" + std::string(f.text, f.text_len).substr(0, 14));
+    }
+    kz_host_result_free(result);
+    return rows + Strings{std::to_string(status)};
+}
+
+// A body of 12,000 bytes that starts past the first 8 KiB the file stream
+// loads is read whole, and the frame after it is there.
+TEST(Kit, ReadsAFileByPathWhateverTheSizeOfItsBodies) {
+    TempDir dir;
+    const auto picture = [](size_t size) {
+        return Raw({0}) + Latin1("image/jpeg") + Raw({0, 3}) + Latin1("c") + Raw({0}) + Bytes(size - 15, 0xAB);
+    };
+    for (const size_t size : {6000, 12000, 17000}) {
+        const Bytes file = Tag(3, Frame(3, "TIT2", Text("Title")) + Frame(3, "APIC", picture(size)) +
+                                      Frame(3, "TPE1", Text("Artist"))) + SilentMpegFrames(4);
+        EXPECT_EQ(FileRows(dir.Write("apic.mp3", file)),
+                  (Strings{"TIT2=Title", "APIC=image/jpeg \x03 c", "TPE1=Artist", "0"}))
+            << size;
+    }
+}
+
+// Generated tags whose bodies of 0 to 20,000 bytes (many of 8 to 17 KiB)
+// start at every kind of offset from the start of the file, with padding,
+// audio and sometimes an ID3v1 trailer: read by path, read from memory and
+// read by path paging at every frame, they give the same fields.
+TEST(Kit, ReadsGeneratedFilesAlikeByPathAndFromMemory) {
+    std::mt19937 random(24);
+    const auto below = [&random](uint32_t n) { return static_cast<uint32_t>(random() % n); };
+    const char* const texts[] = {"TIT2", "TPE1", "TALB", "TCON"};
+    TempDir dir;
+    Strings files;
+    for (int n = 0; n < 300; ++n) {
+        const int major = 3 + static_cast<int>(below(2));
+        Bytes frames;
+        for (uint32_t f = 0, count = 2 + below(7); f < count; ++f) {
+            const uint32_t size = below(3) == 0 ? below(200) : below(2) == 0 ? 8192 + below(9216) : below(20000);
+            Bytes filler(size, 0);
+            for (uint8_t& byte : filler) byte = static_cast<uint8_t>('a' + below(26));
+            switch (below(4)) {
+                case 0: frames += Frame(major, texts[below(4)], Raw({0}) + filler); break;
+                case 1: frames += Frame(major, "COMM", Text("eng") + Raw({0}) + filler); break;
+                case 2: frames += Frame(major, "USLT", Text("eng") + Latin1("d") + Raw({0}) + filler); break;
+                default: frames += Frame(major, "TXXX", Text("k") + Raw({0}) + filler); break;
+            }
+        }
+        Bytes file = Tag(major, frames, {.padding = below(2) == 0 ? 0 : below(3000)}) + SilentMpegFrames(1 + below(8));
+        if (below(3) == 0) file += Id3v1({.title = "V" + std::to_string(n), .track = 1});
+        files.push_back(dir.Write(std::to_string(n) + ".mp3", file));
+    }
+    const std::array<std::string, 2> reads = ReadAll(files);
+    EXPECT_EQ(reads[0], reads[1]);
+    Reader r;
+    kz_host_read_options paged;
+    kz_host_read_options_init(&paged);
+    paged.stop_every = 1;
+    std::string pagedByPath;
+    for (const std::string& path : files) {
+        kz_host_result* result = nullptr;
+        kz_host_collect_file(r.reader, path.c_str(), &paged, &result);
+        pagedByPath += Summary(path, result);
+        kz_host_result_free(result);
+    }
+    EXPECT_EQ(pagedByPath, reads[1]);
 }
 
 #ifdef KZDUMP_PATH

@@ -36,10 +36,11 @@ bool TakeOptions(const kz_host_read_options* given, kz_host_read_options& option
     return true;
 }
 
-// Opens the file (`fromFile`) or the buffer and reads it into the sink.
+// Opens the file (`fromFile`) or the buffer and reads it into the sink;
+// `started` tells whether the module was given the source.
 int Read(kz_host_reader* reader, bool fromFile, const char* path, const void* data, size_t size,
          const kz_host_read_options* givenOptions, const kzhost::Sink& sink,
-         kz_host_file_info* givenInfo) {
+         kz_host_file_info* givenInfo, bool* started = nullptr) {
     kz_host_file_info localInfo{};
     kz_host_file_info& info = givenInfo != nullptr ? *givenInfo : localInfo;
     info = kz_host_file_info{};
@@ -53,11 +54,13 @@ int Read(kz_host_reader* reader, bool fromFile, const char* path, const void* da
         if (size > std::numeric_limits<uint32_t>::max()) return KZ_HOST_ERROR_TOO_LARGE;
         kzhost::MemorySource& memory = reader->reader.Memory();
         memory.Open(static_cast<const uint8_t*>(data), static_cast<uint32_t>(size));
+        if (started != nullptr) *started = true;
         return reader->reader.Read(memory, options, sink, info);
     }
     kzhost::FileSource& file = reader->reader.File();
     const int opened = file.Open(path, info.errno_value);
     if (opened != KZ_HOST_OK) return opened;
+    if (started != nullptr) *started = true;
     const int status = reader->reader.Read(file, options, sink, info);
     file.Close();
     return status;
@@ -84,10 +87,12 @@ int Collect(kz_host_reader* reader, bool fromFile, const char* path, const void*
     std::unique_ptr<kz_host_result> collected(new (std::nothrow) kz_host_result);
     if (!collected) return KZ_HOST_ERROR_NO_MEMORY;
     kz_host_file_info info{};
+    bool started = false;
     const int status = Read(reader, fromFile, path, data, size, options,
-                            Visit(&kz_host_result::Collect, collected.get()), &info);
-    if (status != KZ_HOST_OK && status != KZ_HOST_NOTHING_TO_READ &&
-        status != KZ_HOST_ERROR_UNFINISHED) {
+                            Visit(&kz_host_result::Collect, collected.get()), &info, &started);
+    // A read error in the middle of a file keeps what was read before it.
+    if (!started || (status != KZ_HOST_OK && status != KZ_HOST_NOTHING_TO_READ &&
+                     status != KZ_HOST_ERROR_UNFINISHED && status != KZ_HOST_ERROR_IO)) {
         return status;
     }
     try {

@@ -163,16 +163,26 @@ void FileSource::LoadTail() {
     tailLength_ = ReadFile(tail_.get(), length, tailStart_);
 }
 
-void FileSource::LoadWindow(uint32_t at) {
+void FileSource::LoadWindow(uint32_t at, uint32_t atLeast) {
     if (windowLength_ != 0 && at == windowStart_ + windowLength_) {
         nextLoad_ = std::min(nextLoad_ * 4, kWindowSize);
     }
     // A load that would leave no more than the trailer's window unread
-    // takes the rest of the file too.
+    // takes the rest of the file too.  A load never stops inside the read
+    // it serves: the module reads a body once and does not come back for
+    // the rest.
     const uint32_t rest = size_ - at;
-    const uint32_t load = rest <= nextLoad_ + kTailSize ? std::min(rest, kWindowSize) : nextLoad_;
+    const uint32_t load = rest <= nextLoad_ + kTailSize ? std::min(rest, kWindowSize)
+                                                        : std::max(nextLoad_, atLeast);
     windowStart_ = at;
-    windowLength_ = ReadFile(window_.get(), load, at);
+    windowLength_ = ReadFile(window_.get(), std::min(load, rest), at);
+}
+
+uint32_t FileSource::FromTail(uint32_t at, uint8_t* buffer, uint32_t count) const {
+    if (at < tailStart_ || at - tailStart_ >= tailLength_) return 0;
+    const uint32_t got = std::min(count, tailLength_ - (at - tailStart_));
+    std::memcpy(buffer, tail_.get() + (at - tailStart_), got);
+    return got;
 }
 
 uint32_t FileSource::Read(uint8_t* buffer, uint32_t count) {
@@ -192,9 +202,9 @@ uint32_t FileSource::Read(uint8_t* buffer, uint32_t count) {
         got = held + ReadFile(buffer + held, wanted - held, position_ + held);
     } else if (size_ - position_ <= kTailSize) {
         LoadTail();
-        got = FromWindows(position_, buffer, wanted) ? wanted : 0;
+        got = FromTail(position_, buffer, wanted);
     } else {
-        LoadWindow(position_);
+        LoadWindow(position_, wanted);
         got = std::min(wanted, windowLength_);
         std::memcpy(buffer, window_.get(), got);
     }
@@ -210,10 +220,10 @@ uint32_t FileSource::ReadAt(uint32_t at, uint8_t* buffer, uint32_t count) {
     // loading them here spares it a read.
     if (size_ - at <= kTailSize) {
         LoadTail();
-        return FromWindows(at, buffer, wanted) ? wanted : 0;
+        return FromTail(at, buffer, wanted);
     }
-    if (at == 0 && windowLength_ == 0) {
-        LoadWindow(0);
+    if (at == 0 && windowLength_ == 0 && wanted <= kWindowSize) {
+        LoadWindow(0, wanted);
         const uint32_t got = std::min(wanted, windowLength_);
         std::memcpy(buffer, window_.get(), got);
         return got;

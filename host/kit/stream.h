@@ -101,7 +101,11 @@ private:
     // Serves [at, at + count) from a window when one holds it; false if not.
     bool FromWindows(uint32_t at, uint8_t* buffer, uint32_t count) const;
     void LoadTail();
-    void LoadWindow(uint32_t at);
+    // Up to `count` bytes at `at` from the tail window; how many.
+    uint32_t FromTail(uint32_t at, uint8_t* buffer, uint32_t count) const;
+    // Loads the window at `at` with at least `atLeast` bytes (at most the
+    // window's size), unless the file ends first.
+    void LoadWindow(uint32_t at, uint32_t atLeast);
     static bool Holds(uint32_t start, uint32_t length, uint32_t at, uint32_t count) {
         return at >= start && count <= length && at - start <= length - count;
     }
