@@ -38,7 +38,11 @@ FrameBody::FrameBody(KzStream* stream, int32_t frameSize, ProcessContext* ctx) {
         StreamSeek(stream, SO_SEEK_CUR, frameSize);
         return;
     }
-    // Whatever a short read leaves unfilled reads as zero bytes.
+    // The block is zeroed only past what the stream reports it wrote, not
+    // whole before the read: the two give the same bytes for every stream
+    // that reports its count honestly (the host's side of the contract),
+    // and clearing a picture's block before reading it would add half again
+    // to the module's time on picture-heavy tags.
     const uint32_t got = StreamRead(stream, block, size);
     if (got < size) std::memset(block + got, 0, size - got);
     view_ = {block, size};
