@@ -124,7 +124,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t fileSize = size - 1;
 
     std::string streamed;
-    kz_host_file_info info{};
+    kz_host_file_info info;
+    kz_host_file_info_init(&info);
     const int status = kz_host_read_memory(reader, file, fileSize, &options, &Collect, &streamed, &info);
     if (!Allowed(status) || (status == KZ_HOST_ERROR_UNFINISHED && !info.truncated)) Finding();
 
@@ -146,9 +147,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Finding();
     }
     std::string byPath;
-    kz_host_file_info fileInfo{};
+    kz_host_file_info fileInfo;
+    kz_host_file_info_init(&fileInfo);
     if (kz_host_read_file(reader, filePath.c_str(), &options, &Collect, &byPath, &fileInfo) != status ||
-        byPath != streamed || fileInfo.file_type != info.file_type || fileInfo.truncated != info.truncated) {
+        byPath != streamed || fileInfo.file_type != info.file_type || fileInfo.audio != info.audio ||
+        fileInfo.truncated != info.truncated) {
         Finding();
     }
 

@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <random>
 #include <thread>
 #include <utility>
@@ -150,14 +152,29 @@ TEST(Kit, BadInputGivesTheDocumentedStatusAndNoCrash) {
     fewChars.char_limit = 1;
     char message[512] = "";
     uint16_t type = 0;
-    kz_host_file_info i{}, last{};
-    // The status of a call and the errno it left in i (kept as last); every
-    // status has a sentence of its own.
+    kz_host_walk* walk = nullptr;
+    const kz_host_walk_entry* entry = nullptr;
+    kz_host_walk_options walkSize, noExtensions;
+    kz_host_walk_options_init(&walkSize);
+    kz_host_walk_options_init(&noExtensions);
+    walkSize.struct_size = 0;
+    noExtensions.extension_count = 1;
+    kz_host_file_info i, last, small;
+    kz_host_file_info_init(&i);
+    kz_host_file_info_init(&small);
+    small.struct_size -= 8;
+    // The status of a call and the errno it left in i (kept as last) and in
+    // errno; every status has a sentence of its own.
     const auto check = [&i, &last](const char* what, int got, int status, int errnoValue = 0) {
         EXPECT_EQ(got, status) << what;
         EXPECT_EQ(i.errno_value, errnoValue) << what;
+        if (errnoValue != 0) {
+            EXPECT_EQ(errno, errnoValue) << what;
+        }
         EXPECT_STRNE(kz_host_strerror(status), kz_host_strerror(12345)) << what;
-        last = std::exchange(i, {});
+        last = i;
+        kz_host_file_info_init(&i);
+        errno = 0;
     };
     const auto newReader = [&message](const char* path, bool withMessage = true) {
         kz_host_reader_options options;
@@ -197,6 +214,7 @@ TEST(Kit, BadInputGivesTheDocumentedStatusAndNoCrash) {
     check("no visitor", kz_host_read_file(reader, e, nullptr, nullptr, nullptr, &i), KZ_HOST_ERROR_ARGUMENT);
     check("no tracer", kz_host_trace_memory(reader, "", 0, nullptr, nullptr, nullptr, &i), KZ_HOST_ERROR_ARGUMENT);
     check("options size", kz_host_read_file(reader, e, &badSize, &Ignore, nullptr, &i), KZ_HOST_ERROR_ARGUMENT);
+    check("info size", kz_host_read_memory(reader, "", 0, nullptr, &Ignore, nullptr, &small), KZ_HOST_ERROR_ARGUMENT);
     check("unknown flag", kz_host_read_memory(reader, "", 0, &badFlags, &Ignore, nullptr, &i), KZ_HOST_ERROR_ARGUMENT);
     check("no data", kz_host_read_memory(reader, nullptr, 3, nullptr, &Ignore, nullptr, &i), KZ_HOST_ERROR_ARGUMENT);
     check("no bytes", kz_host_read_memory(reader, nullptr, 0, nullptr, &Ignore, nullptr, &i), KZ_HOST_NOTHING_TO_READ);
@@ -225,11 +243,24 @@ TEST(Kit, BadInputGivesTheDocumentedStatusAndNoCrash) {
     check("collect, no result", kz_host_collect_memory(reader, "", 0, nullptr, nullptr), KZ_HOST_ERROR_ARGUMENT);
     check("collect missing", collect(missing), KZ_HOST_ERROR_IO);
     check("collect truncated", collect(truncated), KZ_HOST_OK);
-    check("detect, no path", kz_host_detect_file(nullptr, &type), KZ_HOST_ERROR_ARGUMENT);
-    check("detect, no type", kz_host_detect_memory("", 0, nullptr), KZ_HOST_ERROR_ARGUMENT);
-    check("detect, no data", kz_host_detect_memory(nullptr, 1, &type), KZ_HOST_ERROR_ARGUMENT);
-    check("detect missing", kz_host_detect_file(missing.c_str(), &type), KZ_HOST_ERROR_IO);
-    check("detect directory", kz_host_detect_file(directory, &type), KZ_HOST_ERROR_NOT_REGULAR);
+    check("detect, no path", kz_host_detect_file(nullptr, &type, nullptr), KZ_HOST_ERROR_ARGUMENT);
+    check("detect, no type", kz_host_detect_memory("", 0, nullptr, nullptr), KZ_HOST_ERROR_ARGUMENT);
+    check("detect, no data", kz_host_detect_memory(nullptr, 1, &type, nullptr), KZ_HOST_ERROR_ARGUMENT);
+    const int detectMissing = kz_host_detect_file(missing.c_str(), &type, nullptr);
+    EXPECT_EQ(errno, ENOENT);
+    check("detect missing", detectMissing, KZ_HOST_ERROR_IO);
+    const int detectDirectory = kz_host_detect_file(directory, &type, nullptr);
+    EXPECT_EQ(errno, EISDIR);
+    check("detect directory", detectDirectory, KZ_HOST_ERROR_NOT_REGULAR);
+    uint32_t number = 1;
+    check("frame, no identifier", kz_host_frame_field(nullptr, &number), KZ_HOST_ERROR_ARGUMENT);
+    check("frame, no number", kz_host_frame_field("TIT2", nullptr), KZ_HOST_ERROR_ARGUMENT);
+    check("frame unknown", kz_host_frame_field("tit2", &number), KZ_HOST_ERROR_ARGUMENT);
+    check("walk, no root", kz_host_walk_new(nullptr, nullptr, &walk), KZ_HOST_ERROR_ARGUMENT);
+    check("walk, no walk", kz_host_walk_new(directory, nullptr, nullptr), KZ_HOST_ERROR_ARGUMENT);
+    check("walk, options size", kz_host_walk_new(directory, &walkSize, &walk), KZ_HOST_ERROR_ARGUMENT);
+    check("walk, no extensions", kz_host_walk_new(directory, &noExtensions, &walk), KZ_HOST_ERROR_ARGUMENT);
+    check("walk next, no walk", kz_host_walk_next(nullptr, &entry), KZ_HOST_ERROR_ARGUMENT);
     // Null objects are harmless.
     size_t size = 1;
     EXPECT_EQ(kz_host_result_count(nullptr), 0u);
@@ -238,10 +269,125 @@ TEST(Kit, BadInputGivesTheDocumentedStatusAndNoCrash) {
     EXPECT_EQ(kz_host_result_packed(nullptr, &size), nullptr);
     EXPECT_EQ(size, 0u);
     EXPECT_STREQ(kz_host_reader_module_path(nullptr), "");
+    EXPECT_EQ(walk, nullptr);
+    kz_host_walk_free(nullptr);
+    kz_host_file_info_init(nullptr);
+    kz_host_walk_options_init(nullptr);
     kz_host_reader_options_init(nullptr);
     kz_host_read_options_init(nullptr);
     kz_host_reader_free(nullptr);
     kz_host_result_free(nullptr);
+}
+
+// ---- Field numbers, walks, traces, the header's example -----------------------------
+
+TEST(Kit, NamesFieldNumbersAndFindsThemByIdentifier) {
+    // From the ID3v2.2 and ID3v2.3 frame lists: TOA (original performer)
+    // is TOPE's form, TOT (original title) TOAL's; TDRC (ID3v2.4) is no
+    // frame the module reads.
+    const struct {
+        const char* ident;
+        int status;
+        uint32_t number;
+    } frames[] = {{"TIT2", KZ_HOST_OK, 118}, {"TT2", KZ_HOST_OK, 118}, {"TOA", KZ_HOST_OK, 129},
+                  {"TOT", KZ_HOST_OK, 126},  {"WPUB", KZ_HOST_OK, 161}, {"AENC", KZ_HOST_OK, 77},
+                  {"TXXX", KZ_HOST_OK, 0},   {"WXX", KZ_HOST_OK, 0},    {"IPL", KZ_HOST_OK, 0},
+                  {"TDRC", KZ_HOST_ERROR_ARGUMENT, 7}, {"TIT", KZ_HOST_ERROR_ARGUMENT, 7},
+                  {"", KZ_HOST_ERROR_ARGUMENT, 7}};
+    for (const auto& f : frames) {
+        uint32_t number = 7;
+        EXPECT_EQ(kz_host_frame_field(f.ident, &number), f.status) << f.ident;
+        EXPECT_EQ(number, f.number) << f.ident;
+    }
+    EXPECT_STREQ(kz_host_field_ident(118), "TIT2");
+    EXPECT_STREQ(kz_host_field_label(118), "Title");
+    EXPECT_STREQ(kz_host_field_label(80), "Comment");
+    for (const uint32_t none : {0u, 76u, 88u, 162u, 500u, 501u}) {
+        EXPECT_EQ(kz_host_field_ident(none), nullptr) << none;
+        EXPECT_EQ(kz_host_field_label(none), nullptr) << none;
+    }
+}
+
+// Each entry of a walk as "path errno", END at the end.
+Strings Walked(const std::string& root, const kz_host_walk_options* options,
+               const std::function<void(size_t)>& between = nullptr) {
+    kz_host_walk* walk = nullptr;
+    EXPECT_EQ(kz_host_walk_new(root.c_str(), options, &walk), KZ_HOST_OK);
+    Strings entries;
+    const kz_host_walk_entry* entry = nullptr;
+    for (int status; (status = kz_host_walk_next(walk, &entry)) == KZ_HOST_OK;) {
+        EXPECT_EQ(entry->struct_size, sizeof *entry);
+        EXPECT_EQ(entry->path_len, std::strlen(entry->path));
+        entries.push_back(std::string(entry->path).substr(root.size()) + " " + std::to_string(entry->error));
+        if (between) between(entries.size());
+    }
+    kz_host_walk_free(walk);
+    return entries + Strings{"END"};
+}
+
+TEST(Kit, WalksDirectoriesInOrderNamingEveryDirectoryItCannotRead) {
+    TempDir dir;
+    const std::string r = dir.path.string() + "/r";
+    for (const char* file : {"b.MP3", "a.mp3", "c.txt", "d/x.mp3", "d/skip/y.mp3", "e/z.mp3", "Skip.mp3",
+                             "f.tmp.mp3", "d/noext"}) {
+        dir.Write(std::string("r/") + file, Bytes{});
+    }
+    std::filesystem::create_directory_symlink(r + "/d", r + "/link");
+    std::filesystem::create_symlink(r + "/a.mp3", r + "/flink.mp3");
+    const char* extensions[] = {"mp3"};
+    const char* excludes[] = {"skip", "*.tmp.*"};
+    kz_host_walk_options options;
+    kz_host_walk_options_init(&options);
+    options.extensions = extensions;
+    options.extension_count = 1;
+    options.excludes = excludes;
+    options.exclude_count = 2;
+    // Folder e goes after the root was listed: it is named where it stood.
+    EXPECT_EQ(Walked(r, &options, [&r](size_t n) { if (n == 1) std::filesystem::remove_all(r + "/e"); }),
+              (Strings{"/Skip.mp3 0", "/a.mp3 0", "/b.MP3 0", "/d/x.mp3 0", "/e " + std::to_string(ENOENT),
+                       "/flink.mp3 0", "END"}));
+    EXPECT_EQ(Walked(r + "/d/", nullptr), (Strings{"noext 0", "skip/y.mp3 0", "x.mp3 0", "END"}));
+    EXPECT_EQ(Walked(r + "/none", nullptr), (Strings{" " + std::to_string(ENOENT), "END"}));
+    EXPECT_EQ(Walked(r + "/a.mp3", nullptr), (Strings{" " + std::to_string(ENOTDIR), "END"}));
+}
+
+// A trace hands over every call under the module's name for it.
+TEST(Kit, TracesEveryCallUnderItsName) {
+    const Bytes bytes = Tag(3, Frame(3, "TIT2", Text("A")));
+    Reader r;
+    std::map<uint16_t, std::string> names;
+    const kz_host_tracer note = [](const kz_host_call* call, void* user) {
+        EXPECT_EQ(call->struct_size, sizeof *call);
+        (*static_cast<std::map<uint16_t, std::string>*>(user))[call->routine] = call->name;
+    };
+    EXPECT_EQ(kz_host_trace_memory(r.reader, bytes.data(), bytes.size(), nullptr, note, &names, nullptr), KZ_HOST_OK);
+    EXPECT_EQ(names, (std::map<uint16_t, std::string>{
+                         {KZ_HOST_CALL_OPENED, "VwStreamOpen"}, {KZ_HOST_CALL_CHAR, "SOOutChar"},
+                         {KZ_HOST_CALL_BREAK, "SOOutBreak"}, {KZ_HOST_CALL_START_SECTION, "SOStartSection"},
+                         {KZ_HOST_CALL_BEGIN_TAG, "SOBeginTag"}, {KZ_HOST_CALL_END_TAG, "SOEndTag"},
+                         {KZ_HOST_CALL_CHARSET, "SOSetCharSet"},
+                         {KZ_HOST_CALL_SECTION_FLAGS, "SOSetSectionFlags"}}));
+}
+
+// The program at the head of kz_host.h builds as strict C11 against the
+// header alone and reads a sample.
+TEST(Kit, TheHeadersExampleBuildsAndReadsASample) {
+    TempDir dir;
+    const std::string source = (dir.path / "example.c").string();
+    const std::string program = (dir.path / "example").string();
+    ASSERT_EQ(kztest::Run(Quoted({KZ_SOURCE_DIR "/tests/consumers/kit_example.sh", KZ_SOURCE_DIR "/include/kz_host.h"}) +
+                          " >" + Quoted({source})).status, 0);
+    const RunResult build = kztest::Run(Quoted({KZ_C_COMPILER, "-std=c11", "-pedantic", "-Wall", "-Wextra", "-Werror",
+                                                "-I" KZ_SOURCE_DIR "/include", source, "-o", program,
+                                                "-L" KZ_HOST_LIBRARY_DIR, "-Wl,-rpath," KZ_HOST_LIBRARY_DIR, "-lkz_host"}));
+    ASSERT_EQ(build.status, 0) << build.err;
+    const RunResult run = kztest::Run(Quoted({program, KZ_SAMPLES_DIR "/v24_with_id3v1.mp3"}));
+    EXPECT_EQ(run.out, "TIT2: Evening Song\nTPE1: The Testers\nTRCK: 7\nID3v1 title: Evening Song\n"
+                       "ID3v1 artist: The Testers\nID3v1 album: Sample Album\nID3v1 year: 2004\n"
+                       "ID3v1 comment: ID3v1.1 trailer\nID3v1 track: 7\nID3v1 genre: 13\n");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(kztest::Run(Quoted({program, "/nonexistent.mp3"})).err,
+              "/nonexistent.mp3: No such file or directory\n");
 }
 
 // ---- Type detection ------------------------------------------------------------------
@@ -264,6 +410,7 @@ TEST(Kit, DetectsTheFileTypeFromTheTagsAndTheFirstAudioFrame) {
     const struct {
         Bytes bytes;
         uint16_t type;
+        int audio = 1;  // an audio frame was found
     } cases[] = {
         {tag + layer3, 1707},
         {tag + tag + Zeros(100) + layer3, 1707},  // after both tags and some padding
@@ -282,22 +429,25 @@ TEST(Kit, DetectsTheFileTypeFromTheTagsAndTheFirstAudioFrame) {
         {tag + Audio({0xFF, 0xE3, 0x10, 0x00}, 52), 1715},
         // A header that no second header confirms is no audio, nor is one
         // with the reserved emphasis; only "ID3" starts a tag header.
-        {tag + Audio({0xFF, 0xFB, 0x90, 0x02}, 417), 1709},
-        {Raw({'X', 'Y', 'Z', 3}) + Zeros(996), 1710},
-        {tag + Audio({0xFF, 0xFB, 0x90, 0x00}, 417, 1) + Zeros(10), 1709},
-        {tag, 1709},
-        {trailer, 1708},
-        {Zeros(1000), 1710},
-        {Bytes{}, 1710},
+        {tag + Audio({0xFF, 0xFB, 0x90, 0x02}, 417), 1709, 0},
+        {Raw({'X', 'Y', 'Z', 3}) + Zeros(996), 1710, 0},
+        {tag + Audio({0xFF, 0xFB, 0x90, 0x00}, 417, 1) + Zeros(10), 1709, 0},
+        {tag, 1709, 0},
+        {trailer, 1708, 0},
+        {Zeros(1000), 1710, 0},
+        {Bytes{}, 1710, 0},
     };
     TempDir dir;
     for (const auto& c : cases) {
         uint16_t fromMemory = 0;
         uint16_t fromFile = 0;
-        EXPECT_EQ(kz_host_detect_memory(c.bytes.data(), c.bytes.size(), &fromMemory), KZ_HOST_OK);
-        EXPECT_EQ(kz_host_detect_file(dir.Write("file", c.bytes).c_str(), &fromFile), KZ_HOST_OK);
+        int audio[2] = {-1, -1};
+        EXPECT_EQ(kz_host_detect_memory(c.bytes.data(), c.bytes.size(), &fromMemory, &audio[0]), KZ_HOST_OK);
+        EXPECT_EQ(kz_host_detect_file(dir.Write("file", c.bytes).c_str(), &fromFile, &audio[1]), KZ_HOST_OK);
         EXPECT_EQ(fromMemory, c.type) << &c - cases;
         EXPECT_EQ(fromFile, c.type) << &c - cases;
+        EXPECT_EQ(audio[0], c.audio) << &c - cases;
+        EXPECT_EQ(audio[1], c.audio) << &c - cases;
     }
 }
 

@@ -6,11 +6,13 @@
 #include "reader.h"
 #include "result.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
+#include <string_view>
 
 struct kz_host_reader {
     kzhost::Reader reader;
@@ -36,14 +38,17 @@ bool TakeOptions(const kz_host_read_options* given, kz_host_read_options& option
     return true;
 }
 
+// A failed system call's error, where the caller looks for it too.
+int WithErrno(int status, int error) {
+    if ((status == KZ_HOST_ERROR_IO || status == KZ_HOST_ERROR_NOT_REGULAR) && error != 0) errno = error;
+    return status;
+}
+
 // Opens the file (`fromFile`) or the buffer and reads it into the sink;
 // `started` tells whether the module was given the source.
-int Read(kz_host_reader* reader, bool fromFile, const char* path, const void* data, size_t size,
-         const kz_host_read_options* givenOptions, const kzhost::Sink& sink,
-         kz_host_file_info* givenInfo, bool* started = nullptr) {
-    kz_host_file_info localInfo{};
-    kz_host_file_info& info = givenInfo != nullptr ? *givenInfo : localInfo;
-    info = kz_host_file_info{};
+int ReadSource(kz_host_reader* reader, bool fromFile, const char* path, const void* data,
+               size_t size, const kz_host_read_options* givenOptions, const kzhost::Sink& sink,
+               kz_host_file_info& info, bool* started) {
     kz_host_read_options options{};
     if (reader == nullptr || (fromFile ? path == nullptr : data == nullptr && size != 0) ||
         (sink.visitor == nullptr && sink.tracer == nullptr) ||
@@ -64,6 +69,18 @@ int Read(kz_host_reader* reader, bool fromFile, const char* path, const void* da
     const int status = reader->reader.Read(file, options, sink, info);
     file.Close();
     return status;
+}
+
+int Read(kz_host_reader* reader, bool fromFile, const char* path, const void* data, size_t size,
+         const kz_host_read_options* options, const kzhost::Sink& sink,
+         kz_host_file_info* givenInfo, bool* started = nullptr) {
+    if (givenInfo != nullptr && givenInfo->struct_size != sizeof *givenInfo) return KZ_HOST_ERROR_ARGUMENT;
+    kz_host_file_info localInfo{};
+    kz_host_file_info& info = givenInfo != nullptr ? *givenInfo : localInfo;
+    info = kz_host_file_info{};
+    info.struct_size = sizeof info;
+    const int status = ReadSource(reader, fromFile, path, data, size, options, sink, info, started);
+    return WithErrno(status, info.errno_value);
 }
 
 kzhost::Sink Visit(kz_host_visitor visitor, void* user) {
@@ -87,6 +104,7 @@ int Collect(kz_host_reader* reader, bool fromFile, const char* path, const void*
     std::unique_ptr<kz_host_result> collected(new (std::nothrow) kz_host_result);
     if (!collected) return KZ_HOST_ERROR_NO_MEMORY;
     kz_host_file_info info{};
+    info.struct_size = sizeof info;
     bool started = false;
     const int status = Read(reader, fromFile, path, data, size, options,
                             Visit(&kz_host_result::Collect, collected.get()), &info, &started);
@@ -111,7 +129,8 @@ extern "C" {
 const char* kz_host_strerror(int status) {
     switch (status) {
         case KZ_HOST_OK: return "success";
-        case KZ_HOST_NOTHING_TO_READ: return "nothing to read: the module found no tag";
+        case KZ_HOST_NOTHING_TO_READ: return "nothing to read: the file holds no tag the module reads";
+        case KZ_HOST_WALK_END: return "the walk has no more entries";
         case KZ_HOST_ERROR_ARGUMENT: return "invalid argument";
         case KZ_HOST_ERROR_NO_MEMORY: return "out of memory";
         case KZ_HOST_ERROR_MODULE_NOT_FOUND: return "the filter module was not found";
@@ -169,6 +188,12 @@ const char* kz_host_reader_module_path(const kz_host_reader* reader) {
 
 const char* kz_host_reader_module_version(const kz_host_reader* reader) {
     return reader != nullptr ? reader->reader.LoadedModule().version.c_str() : "";
+}
+
+void kz_host_file_info_init(kz_host_file_info* info) {
+    if (info == nullptr) return;
+    *info = kz_host_file_info{};
+    info->struct_size = sizeof *info;
 }
 
 void kz_host_read_options_init(kz_host_read_options* options) {
@@ -231,27 +256,57 @@ const void* kz_host_result_packed(const kz_host_result* result, size_t* size) {
 
 void kz_host_result_free(kz_host_result* result) { delete result; }
 
-int kz_host_detect_file(const char* path, uint16_t* file_type) {
+int kz_host_detect_file(const char* path, uint16_t* file_type, int* audio) {
     if (path == nullptr || file_type == nullptr) return KZ_HOST_ERROR_ARGUMENT;
     try {
         kzhost::FileSource file;
         int error = 0;
         const int status = file.Open(path, error);
-        if (status != KZ_HOST_OK) return status;
-        *file_type = kzhost::DetectType(file);
-        return file.ReadError() != 0 ? KZ_HOST_ERROR_IO : KZ_HOST_OK;
+        if (status != KZ_HOST_OK) return WithErrno(status, error);
+        const kzhost::DetectedType detected = kzhost::DetectType(file);
+        *file_type = detected.fileType;
+        if (audio != nullptr) *audio = detected.audio ? 1 : 0;
+        return WithErrno(file.ReadError() != 0 ? KZ_HOST_ERROR_IO : KZ_HOST_OK, file.ReadError());
     } catch (const std::bad_alloc&) {
         return KZ_HOST_ERROR_NO_MEMORY;
     }
 }
 
-int kz_host_detect_memory(const void* data, size_t size, uint16_t* file_type) {
+int kz_host_detect_memory(const void* data, size_t size, uint16_t* file_type, int* audio) {
     if ((data == nullptr && size != 0) || file_type == nullptr) return KZ_HOST_ERROR_ARGUMENT;
     if (size > std::numeric_limits<uint32_t>::max()) return KZ_HOST_ERROR_TOO_LARGE;
     kzhost::MemorySource memory;
     memory.Open(static_cast<const uint8_t*>(data), static_cast<uint32_t>(size));
-    *file_type = kzhost::DetectType(memory);
+    const kzhost::DetectedType detected = kzhost::DetectType(memory);
+    *file_type = detected.fileType;
+    if (audio != nullptr) *audio = detected.audio ? 1 : 0;
     return KZ_HOST_OK;
+}
+
+const char* kz_host_field_ident(uint32_t number) { return KzFieldIdent(number); }
+
+const char* kz_host_field_label(uint32_t number) { return KzFieldLabel(number); }
+
+int kz_host_frame_field(const char* ident, uint32_t* number) {
+    if (ident == nullptr || number == nullptr) return KZ_HOST_ERROR_ARGUMENT;
+    struct Frame {
+        std::string_view ident;
+        std::string_view threeLetterForm;
+        uint32_t number;
+    };
+    static constexpr Frame kFrames[] = {
+#define KZ_HOST_FRAME(ident, threeLetterForm, number) {ident, threeLetterForm, number},
+        KZ_ID3_FRAME_TABLE(KZ_HOST_FRAME)
+#undef KZ_HOST_FRAME
+    };
+    const std::string_view wanted = ident;
+    for (const Frame& frame : kFrames) {
+        if (wanted == frame.ident || (!frame.threeLetterForm.empty() && wanted == frame.threeLetterForm)) {
+            *number = frame.number;
+            return KZ_HOST_OK;
+        }
+    }
+    return KZ_HOST_ERROR_ARGUMENT;
 }
 
 }  // extern "C"

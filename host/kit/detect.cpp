@@ -1,5 +1,7 @@
 #include "detect.h"
 
+#include "kz_host.h"
+
 #include <cstring>
 
 namespace kzhost {
@@ -102,7 +104,7 @@ bool FindAudioFrame(Source& source, uint32_t start, uint32_t end, AudioFrame& fo
 
 }  // namespace
 
-uint16_t DetectType(Source& source) {
+DetectedType DetectType(Source& source) {
     const uint32_t size = source.Size();
     // The ID3v2 tags at the head, one after another.
     bool id3v2 = false;
@@ -129,11 +131,19 @@ uint16_t DetectType(Source& source) {
 
     AudioFrame frame{};
     if (audioStart >= audioEnd || !FindAudioFrame(source, audioStart, audioEnd, frame)) {
-        return id3v2 ? 1709 : id3v1 ? 1708 : 1710;
+        return {id3v2 ? KZ_HOST_TYPE_ID3V2 : id3v1 ? KZ_HOST_TYPE_ID3V1 : KZ_HOST_TYPE_MPEG1_LAYER3,
+                false};
     }
-    if (frame.version != kMpeg1) return static_cast<uint16_t>(1712 + frame.layer);
-    if (frame.layer == 3) return id3v2 ? 1707 : id3v1 ? 1706 : 1710;
-    return static_cast<uint16_t>(1710 + frame.layer);
+    if (frame.version != kMpeg1) {
+        return {static_cast<uint16_t>(KZ_HOST_TYPE_MPEG2_LAYER1 - 1 + frame.layer), true};
+    }
+    if (frame.layer == 3) {
+        return {id3v2   ? KZ_HOST_TYPE_MPEG1_LAYER3_ID3V2
+                : id3v1 ? KZ_HOST_TYPE_MPEG1_LAYER3_ID3V1
+                        : KZ_HOST_TYPE_MPEG1_LAYER3,
+                true};
+    }
+    return {static_cast<uint16_t>(KZ_HOST_TYPE_MPEG1_LAYER1 - 1 + frame.layer), true};
 }
 
 }  // namespace kzhost

@@ -10,7 +10,12 @@
 
 namespace kzhost {
 
-uint16_t DetectType(Source& source);
+struct DetectedType {
+    uint16_t fileType;
+    bool audio;  // an MPEG audio frame was found
+};
+
+DetectedType DetectType(Source& source);
 
 }  // namespace kzhost
 

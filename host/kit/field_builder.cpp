@@ -323,6 +323,7 @@ void FieldBuilder::EmitHeld() {
 
 void FieldBuilder::Emit(const Item& item) {
     kz_host_field field;
+    field.struct_size = sizeof field;
     field.kind = item.kind;
     field.tag = item.tag;
     field.number = item.number;

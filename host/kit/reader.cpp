@@ -170,9 +170,37 @@ void Reader::SetSectionFlags(uint32_t, uint64_t, uint64_t) {}
 
 namespace {
 
+// A traced call carries the module's routine identifier as its kind.
+constexpr bool Same(int a, int b) { return a == b; }
+static_assert(Same(KZ_HOST_CALL_CHAR, SO_ROUTINE_OUTCHAR) && Same(KZ_HOST_CALL_SPECIAL, SO_ROUTINE_OUTSPECIAL) &&
+              Same(KZ_HOST_CALL_BREAK, SO_ROUTINE_OUTBREAK) &&
+              Same(KZ_HOST_CALL_START_SECTION, SO_ROUTINE_STARTSECTION) &&
+              Same(KZ_HOST_CALL_FAILURE, SO_ROUTINE_REPORTFAILURE) &&
+              Same(KZ_HOST_CALL_BEGIN_TAG, SO_ROUTINE_BEGINTAG) && Same(KZ_HOST_CALL_END_TAG, SO_ROUTINE_ENDTAG) &&
+              Same(KZ_HOST_CALL_CHARSET, SO_ROUTINE_SETCHARSET) &&
+              Same(KZ_HOST_CALL_SECTION_FLAGS, SO_ROUTINE_SETSECTIONFLAGS));
+static_assert(KZ_HOST_OPEN_TAGS == VW_OPEN_OK && KZ_HOST_OPEN_NO_TAGS == VW_OPEN_NOTHING_TO_READ);
+
+const char* RoutineName(uint16_t routine) {
+    switch (routine) {
+        case KZ_HOST_CALL_OPENED: return "VwStreamOpen";
+        case KZ_HOST_CALL_CHAR: return "SOOutChar";
+        case KZ_HOST_CALL_SPECIAL: return "SOOutSpecial";
+        case KZ_HOST_CALL_BREAK: return "SOOutBreak";
+        case KZ_HOST_CALL_START_SECTION: return "SOStartSection";
+        case KZ_HOST_CALL_FAILURE: return "SOReportFailure";
+        case KZ_HOST_CALL_BEGIN_TAG: return "SOBeginTag";
+        case KZ_HOST_CALL_END_TAG: return "SOEndTag";
+        case KZ_HOST_CALL_CHARSET: return "SOSetCharSet";
+        default: return "SOSetSectionFlags";
+    }
+}
+
 kz_host_call Call(uint16_t routine, uint32_t a, uint32_t b = 0, uint32_t c = 0) {
     kz_host_call call{};
+    call.struct_size = sizeof call;
     call.routine = routine;
+    call.name = RoutineName(routine);
     call.args[0] = a;
     call.args[1] = b;
     call.args[2] = c;
@@ -279,7 +307,13 @@ int Reader::Read(Source& source, const kz_host_read_options& options, const Sink
     const uint32_t size = source.Size();
     info.size = size;
     info.detected = options.file_type == KZ_HOST_TYPE_DETECT ? 1 : 0;
-    info.file_type = info.detected ? DetectType(source) : options.file_type;
+    if (info.detected) {
+        const DetectedType detected = DetectType(source);
+        info.file_type = detected.fileType;
+        info.audio = detected.audio ? 1 : 0;
+    } else {
+        info.file_type = options.file_type;
+    }
 
     const bool trace = sink.tracer != nullptr;
     if (trace != traceRegistered_) Register(trace);

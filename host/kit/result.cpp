@@ -103,7 +103,7 @@ void kz_host_result::Pack() const {
     at = Put(at, info.open_status);
     at = Put(at, info.file_type);
     at = Put(at, static_cast<uint8_t>((info.end_seen ? 1 : 0) | (info.truncated ? 2 : 0) |
-                                      (info.detected ? 4 : 0)));
+                                      (info.detected ? 4 : 0) | (info.audio ? 8 : 0)));
     at = Put(at, static_cast<uint8_t>(typeLength));
     at = Put(at, info.type_name, typeLength);
     for (const kz_host_field& field : fields) {

@@ -2,7 +2,6 @@
 // through the host kit (libkz_host.so), which loads the module as a host
 // engine does, and shows what the module delivers.
 #include "kz_host.h"
-#include "kz_id3.h"
 #include "genre.h"
 #include "options.h"
 #include "path_list.h"
@@ -35,6 +34,9 @@ constexpr int kNothingToRead = 1;
 constexpr int kBadUsage = 2;
 constexpr int kNotRead = 3;
 constexpr int kWriteError = 4;
+
+// Genre numbers of this field are shown with their names.
+constexpr uint32_t kGenreField = 108;  // TCON and the ID3v1 genre
 
 void RaiseStatus(std::atomic<int>& status, int value) {
     int current = status.load();
@@ -215,7 +217,9 @@ public:
     FileJob(Run& run, size_t index, const std::string& path, std::string& out)
         : run_(run), index_(index), path_(path), out_(out), sink_(out, &Drain, this),
           table_(run.options.mode == OutputMode::Csv || run.options.mode == OutputMode::Tsv),
-          cells_(table_ ? run.options.fields.size() : 0), counts_(cells_.size()) {}
+          cells_(table_ ? run.options.fields.size() : 0), counts_(cells_.size()) {
+        kz_host_file_info_init(&info_);
+    }
 
     // Reads the file; the kit's status.
     int Read(kz_host_reader* reader) {
@@ -261,7 +265,7 @@ private:
         self->Start();
         if (!self->Chosen(*field)) return 0;
         ++self->shown_;
-        const bool isGenre = field->kind == KZ_HOST_ITEM_FIELD && field->number == KZ_FIELD_TCON;
+        const bool isGenre = field->kind == KZ_HOST_ITEM_FIELD && field->number == kGenreField;
         std::string genre;
         kz_host_field named = *field;
         if (isGenre) {
@@ -318,7 +322,7 @@ private:
     const std::string& path_;
     std::string& out_;
     Out sink_;
-    kz_host_file_info info_{};
+    kz_host_file_info info_;
     bool started_ = false;
     bool first_ = true;
     size_t shown_ = 0;
@@ -465,7 +469,7 @@ int Main(int argc, char** argv) {
         std::fputs(HelpText(), stdout);
         return Flushed(kAllRead);
     }
-    if (options.version) std::printf("kzdump (kz_id3) %s\n", KZ_ID3_VERSION_STRING);
+    if (options.version) std::printf("kzdump (kz_id3) %s\n", KZ_HOST_VERSION_STRING);
     // The first worker's reader shows whether the module can be used at all.
     kz_host_reader* reader = nullptr;
     std::string readerError;

@@ -1,6 +1,5 @@
 #include "render.h"
 
-#include "kz_id3.h"
 
 #include <array>
 #include <charconv>
@@ -314,9 +313,9 @@ void RenderTextHeader(std::string_view path, const kz_host_file_info& info, Out&
     } else {
         AppendPrintable(info.type_name, out.text);
     }
-    if (info.open_status == VW_OPEN_NOTHING_TO_READ) {
+    if (info.open_status == KZ_HOST_OPEN_NO_TAGS) {
         out.text += ": no tags";
-    } else if (info.open_status != VW_OPEN_OK) {
+    } else if (info.open_status != KZ_HOST_OPEN_TAGS) {
         out.text += ": no tags (open status ";
         AppendNumber(info.open_status, out.text);
         out.text += ")";
@@ -497,30 +496,32 @@ void RenderTraceCall(std::string_view path, const kz_host_call& call, Out& out) 
     const uint32_t b = call.args[1];
     const uint32_t c = call.args[2];
     switch (call.routine) {
-        case 0:
+        case KZ_HOST_CALL_OPENED:
             text += "# ";
             AppendPrintable(path, text);
-            text += "\n# VwStreamOpen = ";
+            text += "\n# ";
+            text += call.name;
+            text += " = ";
             AppendNumber(static_cast<int32_t>(a), text);
             text += ", type \"";
             AppendPrintable(call.type_name, text);
             text += "\"\n";
             break;
-        case SO_ROUTINE_OUTCHAR: Line(text, "SOOutChar(", Hex{a, 4}, ")"); break;
-        case SO_ROUTINE_OUTSPECIAL: Line(text, "SOOutSpecial(", a, ")"); break;
-        case SO_ROUTINE_OUTBREAK: Line(text, "SOOutBreak(", a, ", ", b, ") = ", call.result); break;
-        case SO_ROUTINE_STARTSECTION: Line(text, "SOStartSection(", a, ", ", b, ", ", c, ")"); break;
-        case SO_ROUTINE_REPORTFAILURE: Line(text, "SOReportFailure(", a, ")"); break;
-        case SO_ROUTINE_BEGINTAG:
+        case KZ_HOST_CALL_CHAR: Line(text, call.name, "(", Hex{a, 4}, ")"); break;
+        case KZ_HOST_CALL_SPECIAL: Line(text, call.name, "(", a, ")"); break;
+        case KZ_HOST_CALL_BREAK: Line(text, call.name, "(", a, ", ", b, ") = ", call.result); break;
+        case KZ_HOST_CALL_START_SECTION: Line(text, call.name, "(", a, ", ", b, ", ", c, ")"); break;
+        case KZ_HOST_CALL_FAILURE: Line(text, call.name, "(", a, ")"); break;
+        case KZ_HOST_CALL_BEGIN_TAG:
             if (call.has_descriptor) {
-                Line(text, "SOBeginTag(", Hex{a, 8}, ", ", b, ", {", c, "})");
+                Line(text, call.name, "(", Hex{a, 8}, ", ", b, ", {", c, "})");
             } else {
-                Line(text, "SOBeginTag(", Hex{a, 8}, ", ", b, ", null)");
+                Line(text, call.name, "(", Hex{a, 8}, ", ", b, ", null)");
             }
             break;
-        case SO_ROUTINE_ENDTAG: Line(text, "SOEndTag(", Hex{a, 8}, ", ", b, ")"); break;
-        case SO_ROUTINE_SETCHARSET: Line(text, "SOSetCharSet(", Hex{a, 8}, ")"); break;
-        case SO_ROUTINE_SETSECTIONFLAGS: Line(text, "SOSetSectionFlags(", Hex{a, 4}, ")"); break;
+        case KZ_HOST_CALL_END_TAG: Line(text, call.name, "(", Hex{a, 8}, ", ", b, ")"); break;
+        case KZ_HOST_CALL_CHARSET: Line(text, call.name, "(", Hex{a, 8}, ")"); break;
+        case KZ_HOST_CALL_SECTION_FLAGS: Line(text, call.name, "(", Hex{a, 4}, ")"); break;
         default: break;
     }
     out.Pause();

@@ -21,7 +21,7 @@ from typing import Optional
 from ._errors import Error
 
 LIBRARY_NAME = "libkz_host.so"
-SONAME = "libkz_host.so.1"
+SONAME = "libkz_host.so.2"
 
 # Status codes of kz_host.h.
 OK = 0

@@ -1,0 +1,182 @@
+// Directory walks: depth first, names sorted byte-wise, one listing per
+// open directory held at a time, every directory that cannot be listed
+// given as an entry of its own.
+#include "kz_host.h"
+
+#include <dirent.h>
+#include <fnmatch.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+struct kz_host_walk {
+    struct Listing {
+        std::string path;
+        std::vector<std::pair<std::string, bool>> entries;  // name, is a directory
+        size_t next = 0;
+    };
+
+    std::vector<std::string> extensions;  // lower case, without the dot
+    std::vector<std::string> excludes;
+    std::vector<Listing> open;
+    std::string pendingRoot;  // the root, until it is entered
+    bool rootPending = true;
+    std::string path;  // of the entry handed out last
+    kz_host_walk_entry entry{};
+
+    // Hands out `path` with `error`.
+    void Give(std::string given, int error) {
+        path = std::move(given);
+        entry.struct_size = sizeof entry;
+        entry.path = path.c_str();
+        entry.path_len = path.size();
+        entry.error = error;
+    }
+
+    bool Excluded(const char* name) const {
+        for (const std::string& pattern : excludes) {
+            if (fnmatch(pattern.c_str(), name, 0) == 0) return true;
+        }
+        return false;
+    }
+
+    bool Wanted(std::string_view name) const {
+        if (extensions.empty()) return true;
+        const size_t dot = name.rfind('.');
+        if (dot == std::string_view::npos) return false;
+        const std::string_view extension = name.substr(dot + 1);
+        return std::any_of(extensions.begin(), extensions.end(), [extension](const std::string& wanted) {
+            return wanted.size() == extension.size() &&
+                   std::equal(wanted.begin(), wanted.end(), extension.begin(), [](char w, char c) {
+                       return w == (c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
+                   });
+        });
+    }
+
+    static std::string Join(const std::string& directory, const std::string& name) {
+        return directory.ends_with('/') ? directory + name : directory + "/" + name;
+    }
+
+    static bool IsDirectory(const std::string& path) {
+        struct stat status;
+        return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    }
+
+    // Lists a directory, sorted; its entries carry their type from the
+    // listing where the file system gives it, so most need no stat.  The
+    // errno when it cannot be opened or read, else 0.
+    int Enter(std::string directory) {
+        DIR* stream = ::opendir(directory.c_str());
+        if (stream == nullptr) return errno;
+        Listing listing;
+        for (;;) {
+            // readdir tells an error from the end of the listing by errno.
+            errno = 0;
+            const dirent* item = ::readdir(stream);
+            if (item == nullptr) break;
+            const char* name = item->d_name;
+            if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 || Excluded(name)) continue;
+            bool isDirectory = item->d_type == DT_DIR;
+            if (item->d_type == DT_UNKNOWN) {
+                struct stat status;
+                isDirectory = ::lstat(Join(directory, name).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+            } else if (item->d_type == DT_LNK && IsDirectory(Join(directory, name))) {
+                continue;
+            }
+            if (isDirectory || Wanted(name)) listing.entries.emplace_back(name, isDirectory);
+        }
+        const int error = errno;
+        ::closedir(stream);
+        if (error != 0) return error;
+        std::sort(listing.entries.begin(), listing.entries.end());
+        listing.path = std::move(directory);
+        open.push_back(std::move(listing));
+        return 0;
+    }
+
+    int Next() {
+        if (rootPending) {
+            rootPending = false;
+            if (const int error = Enter(pendingRoot)) {
+                Give(std::move(pendingRoot), error);
+                return KZ_HOST_OK;
+            }
+        }
+        while (!open.empty()) {
+            Listing& listing = open.back();
+            if (listing.next == listing.entries.size()) {
+                open.pop_back();
+                continue;
+            }
+            auto& [name, isDirectory] = listing.entries[listing.next++];
+            std::string entryPath = Join(listing.path, name);
+            if (!isDirectory) {
+                Give(std::move(entryPath), 0);
+                return KZ_HOST_OK;
+            }
+            if (const int error = Enter(entryPath)) {
+                Give(std::move(entryPath), error);
+                return KZ_HOST_OK;
+            }
+        }
+        return KZ_HOST_WALK_END;
+    }
+};
+
+extern "C" {
+
+void kz_host_walk_options_init(kz_host_walk_options* options) {
+    if (options == nullptr) return;
+    *options = kz_host_walk_options{};
+    options->struct_size = sizeof *options;
+}
+
+int kz_host_walk_new(const char* root, const kz_host_walk_options* options, kz_host_walk** walk) {
+    if (walk != nullptr) *walk = nullptr;
+    if (root == nullptr || walk == nullptr ||
+        (options != nullptr &&
+         (options->struct_size != sizeof *options ||
+          (options->extension_count != 0 && options->extensions == nullptr) ||
+          (options->exclude_count != 0 && options->excludes == nullptr)))) {
+        return KZ_HOST_ERROR_ARGUMENT;
+    }
+    try {
+        auto* made = new kz_host_walk;
+        made->pendingRoot = root;
+        for (size_t i = 0; options != nullptr && i < options->extension_count; ++i) {
+            std::string extension = options->extensions[i] != nullptr ? options->extensions[i] : "";
+            for (char& c : extension) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+            made->extensions.push_back(std::move(extension));
+        }
+        for (size_t i = 0; options != nullptr && i < options->exclude_count; ++i) {
+            made->excludes.emplace_back(options->excludes[i] != nullptr ? options->excludes[i] : "");
+        }
+        *walk = made;
+        return KZ_HOST_OK;
+    } catch (const std::bad_alloc&) {
+        return KZ_HOST_ERROR_NO_MEMORY;
+    }
+}
+
+int kz_host_walk_next(kz_host_walk* walk, const kz_host_walk_entry** entry) {
+    if (entry != nullptr) *entry = nullptr;
+    if (walk == nullptr || entry == nullptr) return KZ_HOST_ERROR_ARGUMENT;
+    try {
+        const int status = walk->Next();
+        if (status == KZ_HOST_OK) *entry = &walk->entry;
+        return status;
+    } catch (const std::bad_alloc&) {
+        return KZ_HOST_ERROR_NO_MEMORY;
+    }
+}
+
+void kz_host_walk_free(kz_host_walk* walk) { delete walk; }
+
+}  // extern "C"
