@@ -13,7 +13,11 @@ CMAKE_FLAGS := -DKZ_ID3_WERROR=ON
 
 # Debian package:file that shows it is installed.
 RUN_NEEDS := cmake:/usr/bin/cmake g++:/usr/bin/g++
-TEST_NEEDS := $(RUN_NEEDS) libgtest-dev:/usr/include/gtest/gtest.h python3:/usr/bin/python3
+TEST_NEEDS := $(RUN_NEEDS) libgtest-dev:/usr/include/gtest/gtest.h python3:/usr/bin/python3 \
+  python3-pytest:/usr/lib/python3/dist-packages/pytest \
+  python3-dask:/usr/lib/python3/dist-packages/dask \
+  python3-distributed:/usr/lib/python3/dist-packages/distributed \
+  python3-pandas:/usr/lib/python3/dist-packages/pandas
 
 .PHONY: all build run test asan-test clean run-needs test-needs
 
