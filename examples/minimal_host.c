@@ -44,17 +44,33 @@ static void AppendCodePoint(Text* text, uint32_t cp) {
 enum { NO_ITEM, ITEM_OPEN, ITEM_HELD };
 typedef struct Host {
     const char* path;
-    int item, inString, stringClosed, hasDescription, descriptionUtf16, valueUtf16, utf16, ended;
+    int item, inString, stringClosed, hasDescription, descriptionUtf16, valueUtf16, utf16;
+    int breaks, ended; /* breaks received in this read call; the end break received */
     uint32_t number, highSurrogate; /* number 0: text outside any field */
     Text description, text;
 } Host;
 
 /* Every routine receives the user pair last: here (host, 0). */
 #define HOST(user1, user2) ((void)(user2), (Host*)(uintptr_t)(user1))
+/* The text being built: the description inside a string bracket, else the
+ * value.  UTF-16 units become code points: a high surrogate waits for the
+ * low one that must follow it. */
 static Text* Target(Host* h) { return h->inString ? &h->description : &h->text; }
-static void EndOfText(Host* h) { /* a lone surrogate half becomes U+FFFD */
+static void EndOfText(Host* h) { /* a pending high surrogate becomes U+FFFD */
     if (h->highSurrogate != 0) AppendCodePoint(Target(h), 0xFFFD);
     h->highSurrogate = 0;
+}
+static void AppendCode(Host* h, uint16_t code) {
+    if (h->highSurrogate != 0 && h->utf16 && code >= 0xDC00 && code <= 0xDFFF) {
+        AppendCodePoint(Target(h), 0x10000 + ((h->highSurrogate - 0xD800) << 10) + (code - 0xDC00));
+        h->highSurrogate = 0;
+        return;
+    }
+    EndOfText(h); /* a high surrogate not followed by its low one */
+    if (h->utf16 && code >= 0xD800 && code <= 0xDBFF)
+        h->highSurrogate = code;
+    else /* a low surrogate without its high one becomes U+FFFD */
+        AppendCodePoint(Target(h), h->utf16 && code >= 0xD800 && code <= 0xDFFF ? 0xFFFD : code);
 }
 
 #define SHOWN(t) (int)(t).length, (t).length ? (t).data : ""
@@ -91,16 +107,7 @@ static void OpenItem(Host* h, uint32_t number) {
 static void OnChar(uint16_t code, uint64_t user1, uint64_t user2) {
     Host* h = HOST(user1, user2);
     if (h->item != ITEM_OPEN) OpenItem(h, 0);
-    if (h->highSurrogate != 0 && h->utf16 && code >= 0xDC00 && code <= 0xDFFF) {
-        AppendCodePoint(Target(h), 0x10000 + ((h->highSurrogate - 0xD800) << 10) + (code - 0xDC00));
-        h->highSurrogate = 0;
-        return;
-    }
-    EndOfText(h);
-    if (h->utf16 && code >= 0xD800 && code <= 0xDBFF)
-        h->highSurrogate = code;
-    else
-        AppendCodePoint(Target(h), h->utf16 && code >= 0xD800 && code <= 0xDFFF ? 0xFFFD : code);
+    AppendCode(h, code);
 }
 
 static void OnSpecial(uint16_t special, uint64_t user1, uint64_t user2) {
@@ -135,6 +142,7 @@ static void OnEndTag(uint32_t kind, uint32_t number, uint64_t user1, uint64_t us
 static uint32_t OnBreak(uint16_t kind, uint16_t zero, uint64_t user1, uint64_t user2) {
     Host* h = HOST(user1, user2);
     (void)zero;
+    ++h->breaks;
     h->ended = kind == SO_BREAK_END;
     PrintItem(h, h->ended);
     return 0; /* go on: this host never stops a read call */
@@ -168,9 +176,18 @@ static int32_t StreamTell(KzStream* s, uint32_t* position) {
     return at < 0;
 }
 
+/* ISO C cannot convert dlsym's object pointer to a function pointer: copy its
+ * bytes.  dlsym also searches the module's own libraries: libkz_sys.so. */
+static int LookUp(void* module, const char* name, void* function, size_t size) {
+    void* symbol = module != NULL ? dlsym(module, name) : NULL;
+    if (symbol != NULL) memcpy(function, &symbol, size);
+    return symbol != NULL;
+}
+
 static VwEntry entries[VW_ENTRY_TABLE_SIZE]; /* one table per process, filled once */
-static void (*setBlockLimit)(uint32_t bytes);
-#define ENTRY(type, index) ((type)entries[index])
+#define ENTRY(type, index) ((type)entries[index]) /* an entry in its typed form */
+static void (*setBlockLimit)(uint32_t bytes); /* KzSysSetBlockLimit, from libkz_sys.so */
+
 static int ReadFile(VwContext* ctx, Host* host, const char* path) {
     FileStream fs = {{NULL, StreamRead, NULL, StreamSeek, StreamTell}, NULL, 0};
     fs.file = fopen(path, "rb");
@@ -191,23 +208,19 @@ static int ReadFile(VwContext* ctx, Host* host, const char* path) {
     printf("%s: %s%s\n", path, info.typeName, status == VW_OPEN_OK ? "" : ": no tags");
     if (status == VW_OPEN_OK) {
         ENTRY(VwStreamFn, VW_ENTRY_STREAMSECTION)(&fs.base, ctx);
-        /* This host never stops a read call at a frame break: one call does. */
-        for (int calls = 0; !host->ended && calls < 100; ++calls)
+        /* Read calls until the end break.  A call ends at a frame break the
+         * host answered non-zero or at the end break (this host never stops
+         * one, so one call does); a call with no break at all is stuck. */
+        do {
+            host->breaks = 0;
             ENTRY(VwStreamFn, VW_ENTRY_STREAMREAD)(&fs.base, ctx);
+        } while (!host->ended && host->breaks != 0);
     }
     ENTRY(VwStreamCloseFn, VW_ENTRY_STREAMCLOSE)(&fs.base, ctx);
     int failed = ferror(fs.file) || (status == VW_OPEN_OK && !host->ended);
     if (failed) fprintf(stderr, "minimal_host: %s: not read to the end\n", path);
     fclose(fs.file);
     return failed;
-}
-
-/* ISO C cannot convert dlsym's object pointer to a function pointer: copy its
- * bytes.  dlsym also searches the module's own libraries: libkz_sys.so. */
-static int LookUp(void* module, const char* name, void* function, size_t size) {
-    void* symbol = module != NULL ? dlsym(module, name) : NULL;
-    if (symbol != NULL) memcpy(function, &symbol, size);
-    return symbol != NULL;
 }
 
 int main(int argc, char** argv) {
