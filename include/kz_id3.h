@@ -24,6 +24,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "kz_id3_fields.h" /* KZ_FIELD_*, KzFieldIdent, KzFieldLabel */
 #include "kz_id3_version.h"
 
 #ifdef __cplusplus
@@ -184,85 +185,6 @@ enum {
     VW_INFO_BUILD_DATE = 8,
     VW_INFO_BUILD_TIME = 9
 };
-
-/* ---- Field numbers ---------------------------------------------------------- */
-/* The first word of the tag descriptor: which ID3 field a SO_TAG_FRAME
- * bracket holds.  ID3v2.2 frames share the number of their ID3v2.3/2.4
- * counterpart; the ID3v1 fields reuse TIT2, TPE1, TALB, TYER, COMM, TRCK and
- * TCON.  User-defined frames (TXXX, WXXX) carry the frame's number + 500. */
-enum {
-    KZ_FIELD_AENC = 77, KZ_FIELD_APIC = 78, KZ_FIELD_ASPI = 79, KZ_FIELD_COMM = 80,
-    KZ_FIELD_COMR = 81, KZ_FIELD_ENCR = 82, KZ_FIELD_EQUA = 83, KZ_FIELD_EQU2 = 84,
-    KZ_FIELD_ETCO = 85, KZ_FIELD_GEOB = 86, KZ_FIELD_GRID = 87, KZ_FIELD_LINK = 89,
-    KZ_FIELD_MLLT = 91, KZ_FIELD_OWNE = 92, KZ_FIELD_PRIV = 93, KZ_FIELD_PCNT = 94,
-    KZ_FIELD_POPM = 95, KZ_FIELD_POSS = 96, KZ_FIELD_RBUF = 97, KZ_FIELD_RVAD = 98,
-    KZ_FIELD_RVA2 = 99, KZ_FIELD_RVRB = 100, KZ_FIELD_SEEK = 101, KZ_FIELD_SYLT = 103,
-    KZ_FIELD_TALB = 105, KZ_FIELD_TBPM = 106, KZ_FIELD_TCOM = 107, KZ_FIELD_TCON = 108,
-    KZ_FIELD_TCOP = 109, KZ_FIELD_TDAT = 110, KZ_FIELD_TDLY = 111, KZ_FIELD_TENC = 112,
-    KZ_FIELD_TEXT = 113, KZ_FIELD_TFLT = 114, KZ_FIELD_TIME = 115, KZ_FIELD_TIPL = 116,
-    KZ_FIELD_TIT1 = 117, KZ_FIELD_TIT2 = 118, KZ_FIELD_TIT3 = 119, KZ_FIELD_TKEY = 120,
-    KZ_FIELD_TLAN = 121, KZ_FIELD_TLEN = 122, KZ_FIELD_TMCL = 123, KZ_FIELD_TMOO = 124,
-    KZ_FIELD_TMED = 125, KZ_FIELD_TOAL = 126, KZ_FIELD_TOFN = 127, KZ_FIELD_TOLY = 128,
-    KZ_FIELD_TOPE = 129, KZ_FIELD_TORY = 130, KZ_FIELD_TOWN = 131, KZ_FIELD_TPE1 = 132,
-    KZ_FIELD_TPE2 = 133, KZ_FIELD_TPE3 = 134, KZ_FIELD_TPE4 = 135, KZ_FIELD_TPOS = 136,
-    KZ_FIELD_TPRO = 137, KZ_FIELD_TPUB = 138, KZ_FIELD_TRCK = 139, KZ_FIELD_TRDA = 140,
-    KZ_FIELD_TRSN = 141, KZ_FIELD_TRSO = 142, KZ_FIELD_TSIZ = 143, KZ_FIELD_TSRC = 144,
-    KZ_FIELD_TSOA = 145, KZ_FIELD_TSOP = 146, KZ_FIELD_TSOT = 147, KZ_FIELD_TSSE = 148,
-    KZ_FIELD_TSST = 149, KZ_FIELD_TYER = 150, KZ_FIELD_UFID = 151, KZ_FIELD_USER = 152,
-    KZ_FIELD_USLT = 153, KZ_FIELD_WCOM = 154, KZ_FIELD_WCOP = 155, KZ_FIELD_WOAF = 156,
-    KZ_FIELD_WOAR = 157, KZ_FIELD_WOAS = 158, KZ_FIELD_WORS = 159, KZ_FIELD_WPAY = 160,
-    KZ_FIELD_WPUB = 161,
-    KZ_FIELD_FIRST = 77,
-    KZ_FIELD_LAST = 161,
-    KZ_FIELD_USER_DEFINED_BASE = 500 /* + the frame's number */
-};
-
-/* ---- Field names ------------------------------------------------------------ */
-/* The four-letter identifier of the ID3v2.3/2.4 frames that carry a field
- * number (KzFieldIdent(118) is "TIT2"; ID3v2.2 frames share the numbers of
- * their four-letter counterparts), and a short English label for it
- * (KzFieldLabel(118) is "Title"), right for the ID3v1 field of that number
- * too.  Null for a user-defined field (500 and up: the number alone does not
- * say TXXX or WXXX, and its description names it) and for any number the
- * module never delivers. */
-static inline const char* KzFieldIdent(uint32_t fieldNumber) {
-    static const char idents[KZ_FIELD_LAST - KZ_FIELD_FIRST + 1][5] = {
-        "AENC", "APIC", "ASPI", "COMM", "COMR", "ENCR", "EQUA", "EQU2", "ETCO", "GEOB", "GRID",
-        "", "LINK", "", "MLLT", "OWNE", "PRIV", "PCNT", "POPM", "POSS", "RBUF", "RVAD", "RVA2",
-        "RVRB", "SEEK", "", "SYLT", "", "TALB", "TBPM", "TCOM", "TCON", "TCOP", "TDAT", "TDLY",
-        "TENC", "TEXT", "TFLT", "TIME", "TIPL", "TIT1", "TIT2", "TIT3", "TKEY", "TLAN", "TLEN",
-        "TMCL", "TMOO", "TMED", "TOAL", "TOFN", "TOLY", "TOPE", "TORY", "TOWN", "TPE1", "TPE2",
-        "TPE3", "TPE4", "TPOS", "TPRO", "TPUB", "TRCK", "TRDA", "TRSN", "TRSO", "TSIZ", "TSRC",
-        "TSOA", "TSOP", "TSOT", "TSSE", "TSST", "TYER", "UFID", "USER", "USLT", "WCOM", "WCOP",
-        "WOAF", "WOAR", "WOAS", "WORS", "WPAY", "WPUB"};
-    if (fieldNumber < KZ_FIELD_FIRST || fieldNumber > KZ_FIELD_LAST) return NULL;
-    return idents[fieldNumber - KZ_FIELD_FIRST][0] != '\0' ? idents[fieldNumber - KZ_FIELD_FIRST]
-                                                           : NULL;
-}
-
-static inline const char* KzFieldLabel(uint32_t fieldNumber) {
-    static const char* const labels[KZ_FIELD_LAST - KZ_FIELD_FIRST + 1] = {
-        "Audio encryption", "Attached picture", "Audio seek point index", "Comment",
-        "Commercial", "Encryption method registration", "Equalisation", "Equalisation (2)",
-        "Event timing codes", "General encapsulated object",
-        "Group identification registration", 0, "Linked information", 0,
-        "MPEG location lookup table", "Ownership", "Private", "Play counter", "Popularimeter",
-        "Position synchronisation", "Recommended buffer size", "Relative volume adjustment",
-        "Relative volume adjustment (2)", "Reverb", "Seek", 0, "Synchronised lyrics", 0,
-        "Album", "BPM", "Composer", "Genre", "Copyright", "Date", "Playlist delay",
-        "Encoded by", "Lyricist", "File type", "Time", "Involved people", "Content group",
-        "Title", "Subtitle", "Initial key", "Language", "Length", "Musician credits", "Mood",
-        "Media type", "Original album", "Original filename", "Original lyricist",
-        "Original artist", "Original release year", "File owner", "Artist", "Band",
-        "Conductor", "Remixed by", "Part of set", "Produced notice", "Publisher", "Track",
-        "Recording dates", "Radio station", "Radio station owner", "Size", "ISRC",
-        "Album sort order", "Performer sort order", "Title sort order", "Encoder settings",
-        "Set subtitle", "Year", "Unique file identifier", "Terms of use", "Lyrics",
-        "Commercial information URL", "Copyright URL", "Audio file URL", "Artist URL",
-        "Audio source URL", "Radio station URL", "Payment URL", "Publisher URL"};
-    if (fieldNumber < KZ_FIELD_FIRST || fieldNumber > KZ_FIELD_LAST) return NULL;
-    return labels[fieldNumber - KZ_FIELD_FIRST];
-}
 
 /* ---- Entry points ------------------------------------------------------------ */
 typedef struct VwContext VwContext; /* the process context, opaque to the host */
