@@ -12,6 +12,83 @@ namespace {
 using SingleHandler = void (*)(KzStream*, int32_t, ProcessContext*);
 using MultiHandler = void (*)(KzStream*, uint32_t, int32_t, ProcessContext*);
 
+// The frame table's last column: how a frame is handled.
+struct Handling {
+    SingleHandler single;
+    MultiHandler multi;
+    bool urlLink;
+    bool idAsRead;  // multi receives the identifier as read, not the four-letter one
+};
+
+constexpr Handling Single(SingleHandler handler) { return {handler, nullptr, false, false}; }
+constexpr Handling Shared(MultiHandler handler) { return {nullptr, handler, false, false}; }
+constexpr Handling Text() { return {nullptr, EmitTextFrame, false, true}; }
+constexpr Handling UrlLink() { return {EmitUrlLink, nullptr, true, false}; }
+
+// A frame ID3v2.2 does not have.  No identifier read from a tag is 0: a zero
+// first byte is the tag's padding.
+constexpr uint32_t kNoThreeLetterForm = 0;
+
+template <unsigned Length>
+constexpr uint32_t FourLetterId(const char (&id)[Length]) {
+    static_assert(Length == 5, "an ID3v2.3/2.4 identifier has four letters");
+    return FrameId(id);
+}
+
+template <unsigned Length>
+constexpr uint32_t ThreeLetterId(const char (&id)[Length]) {
+    static_assert(Length == 1 || Length == 4, "an ID3v2.2 identifier has three letters");
+    if constexpr (Length == 1) {
+        return kNoThreeLetterForm;
+    } else {
+        return FrameId(id);
+    }
+}
+
+struct FrameRow {
+    uint32_t frameId;
+    uint32_t threeLetterId;
+    uint16_t fieldNumber;
+    Handling handling;
+};
+
+constexpr FrameRow kFrameTable[] = {
+#define KZ_FRAME(id, threeLetterId, fieldNumber, label, handling) \
+    {FourLetterId(id), ThreeLetterId(threeLetterId), fieldNumber, handling},
+#include "id3v2/frame_table.h"
+#undef KZ_FRAME
+};
+
+// kz_id3_fields.h is written from the same table by the configure step,
+// which reads it as text: its rows must be the ones the compiler reads here.
+struct FieldRow {
+    uint32_t frameId;
+    uint32_t threeLetterId;
+    uint16_t fieldNumber;
+};
+
+constexpr FieldRow kFieldTable[] = {
+#define KZ_FIELD_ROW(id, threeLetterId, fieldNumber) \
+    {FourLetterId(id), ThreeLetterId(threeLetterId), fieldNumber},
+    KZ_ID3_FRAME_TABLE(KZ_FIELD_ROW)
+#undef KZ_FIELD_ROW
+};
+
+constexpr size_t kRowCount = sizeof kFrameTable / sizeof kFrameTable[0];
+
+constexpr bool FieldTableMatches() {
+    if (sizeof kFieldTable / sizeof kFieldTable[0] != kRowCount) return false;
+    for (size_t i = 0; i < kRowCount; ++i) {
+        if (kFieldTable[i].frameId != kFrameTable[i].frameId ||
+            kFieldTable[i].threeLetterId != kFrameTable[i].threeLetterId ||
+            kFieldTable[i].fieldNumber != kFrameTable[i].fieldNumber) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(FieldTableMatches(), "kz_id3_fields.h holds the rows of id3v2/frame_table.h");
+
 // How a dispatched frame is handled: by a handler of its own, by a handler
 // that serves several identifiers (and receives `handlerId`), or as a URL
 // link whose field the walker brackets itself.
@@ -24,167 +101,40 @@ struct FrameRoute {
     MultiHandler multi;
 };
 
-constexpr FrameRoute Single(uint32_t id, uint16_t field, SingleHandler handler) {
-    return {id, field, false, id, handler, nullptr};
-}
-constexpr FrameRoute Multi(uint32_t id, uint16_t field, uint32_t handlerId, MultiHandler handler) {
-    return {id, field, false, handlerId, nullptr, handler};
-}
-constexpr FrameRoute Text(uint32_t id, uint16_t field) {
-    return Multi(id, field, id, EmitTextFrame);
-}
-constexpr FrameRoute Url(uint32_t id, uint16_t field) {
-    return {id, field, true, id, EmitUrlLink, nullptr};
+// The route of a row's identifier in either form.
+constexpr FrameRoute RouteOf(const FrameRow& row, uint32_t frameId) {
+    const Handling& handling = row.handling;
+    return {frameId, row.fieldNumber, handling.urlLink,
+            handling.idAsRead ? frameId : row.frameId, handling.single, handling.multi};
 }
 
-constexpr FrameRoute kRoutes[] = {
-    // ID3v2.3 and ID3v2.4.
-    Single(FrameId("AENC"), KZ_FIELD_AENC, EmitAudioEncryptionFrame),
-    Single(FrameId("APIC"), KZ_FIELD_APIC, EmitPictureFrame),
-    Single(FrameId("ASPI"), KZ_FIELD_ASPI, EmitSeekPointIndexFrame),
-    Multi(FrameId("COMM"), KZ_FIELD_COMM, FrameId("COMM"), EmitCommentFrame),
-    Single(FrameId("COMR"), KZ_FIELD_COMR, EmitCommercialFrame),
-    Multi(FrameId("ENCR"), KZ_FIELD_ENCR, FrameId("ENCR"), EmitRegistrationFrame),
-    Single(FrameId("EQUA"), KZ_FIELD_EQUA, EmitEqualisationFrame),
-    Single(FrameId("EQU2"), KZ_FIELD_EQU2, EmitEqualisation2Frame),
-    Single(FrameId("ETCO"), KZ_FIELD_ETCO, EmitEventTimingFrame),
-    Single(FrameId("GEOB"), KZ_FIELD_GEOB, EmitEncapsulatedObjectFrame),
-    Multi(FrameId("GRID"), KZ_FIELD_GRID, FrameId("GRID"), EmitRegistrationFrame),
-    Single(FrameId("IPLS"), 0, EmitInvolvedPeopleFrame),
-    Single(FrameId("LINK"), KZ_FIELD_LINK, EmitLinkedInfoFrame),
-    Single(FrameId("MLLT"), KZ_FIELD_MLLT, EmitLocationTableFrame),
-    Single(FrameId("OWNE"), KZ_FIELD_OWNE, EmitOwnershipFrame),
-    Single(FrameId("PRIV"), KZ_FIELD_PRIV, EmitPrivateFrame),
-    Single(FrameId("PCNT"), KZ_FIELD_PCNT, EmitPlayCounterFrame),
-    Single(FrameId("POPM"), KZ_FIELD_POPM, EmitPopularimeterFrame),
-    Single(FrameId("POSS"), KZ_FIELD_POSS, EmitPositionSyncFrame),
-    Single(FrameId("RBUF"), KZ_FIELD_RBUF, EmitBufferSizeFrame),
-    Single(FrameId("RVAD"), KZ_FIELD_RVAD, EmitVolumeAdjustFrame),
-    Single(FrameId("RVA2"), KZ_FIELD_RVA2, EmitVolumeAdjust2Frame),
-    Single(FrameId("RVRB"), KZ_FIELD_RVRB, EmitReverbFrame),
-    Single(FrameId("SEEK"), KZ_FIELD_SEEK, EmitSeekFrame),
-    Single(FrameId("SYLT"), KZ_FIELD_SYLT, EmitSyncedLyricsFrame),
-    Text(FrameId("TALB"), KZ_FIELD_TALB),
-    Text(FrameId("TBPM"), KZ_FIELD_TBPM),
-    Text(FrameId("TCOM"), KZ_FIELD_TCOM),
-    Text(FrameId("TCON"), KZ_FIELD_TCON),
-    Text(FrameId("TCOP"), KZ_FIELD_TCOP),
-    Text(FrameId("TDAT"), KZ_FIELD_TDAT),
-    Text(FrameId("TDLY"), KZ_FIELD_TDLY),
-    Text(FrameId("TENC"), KZ_FIELD_TENC),
-    Text(FrameId("TEXT"), KZ_FIELD_TEXT),
-    Text(FrameId("TFLT"), KZ_FIELD_TFLT),
-    Text(FrameId("TIME"), KZ_FIELD_TIME),
-    Text(FrameId("TIPL"), KZ_FIELD_TIPL),
-    Text(FrameId("TIT1"), KZ_FIELD_TIT1),
-    Text(FrameId("TIT2"), KZ_FIELD_TIT2),
-    Text(FrameId("TIT3"), KZ_FIELD_TIT3),
-    Text(FrameId("TKEY"), KZ_FIELD_TKEY),
-    Text(FrameId("TLAN"), KZ_FIELD_TLAN),
-    Text(FrameId("TLEN"), KZ_FIELD_TLEN),
-    Text(FrameId("TMCL"), KZ_FIELD_TMCL),
-    Text(FrameId("TMOO"), KZ_FIELD_TMOO),
-    Text(FrameId("TMED"), KZ_FIELD_TMED),
-    Text(FrameId("TOAL"), KZ_FIELD_TOAL),
-    Text(FrameId("TOFN"), KZ_FIELD_TOFN),
-    Text(FrameId("TOLY"), KZ_FIELD_TOLY),
-    Text(FrameId("TOPE"), KZ_FIELD_TOPE),
-    Text(FrameId("TORY"), KZ_FIELD_TORY),
-    Text(FrameId("TOWN"), KZ_FIELD_TOWN),
-    Text(FrameId("TPE1"), KZ_FIELD_TPE1),
-    Text(FrameId("TPE2"), KZ_FIELD_TPE2),
-    Text(FrameId("TPE3"), KZ_FIELD_TPE3),
-    Text(FrameId("TPE4"), KZ_FIELD_TPE4),
-    Text(FrameId("TPOS"), KZ_FIELD_TPOS),
-    Text(FrameId("TPRO"), KZ_FIELD_TPRO),
-    Text(FrameId("TPUB"), KZ_FIELD_TPUB),
-    Text(FrameId("TRCK"), KZ_FIELD_TRCK),
-    Text(FrameId("TRDA"), KZ_FIELD_TRDA),
-    Text(FrameId("TRSN"), KZ_FIELD_TRSN),
-    Text(FrameId("TRSO"), KZ_FIELD_TRSO),
-    Text(FrameId("TSIZ"), KZ_FIELD_TSIZ),
-    Text(FrameId("TSOA"), KZ_FIELD_TSOA),
-    Text(FrameId("TSOP"), KZ_FIELD_TSOP),
-    Text(FrameId("TSOT"), KZ_FIELD_TSOT),
-    Text(FrameId("TSRC"), KZ_FIELD_TSRC),
-    Text(FrameId("TSSE"), KZ_FIELD_TSSE),
-    Text(FrameId("TSST"), KZ_FIELD_TSST),
-    Text(FrameId("TYER"), KZ_FIELD_TYER),
-    Multi(FrameId("TXXX"), 0, FrameId("TXXX"), EmitUserDefinedFrame),
-    Single(FrameId("UFID"), KZ_FIELD_UFID, EmitUniqueIdFrame),
-    Single(FrameId("USER"), KZ_FIELD_USER, EmitTermsOfUseFrame),
-    Multi(FrameId("USLT"), KZ_FIELD_USLT, FrameId("USLT"), EmitCommentFrame),
-    Url(FrameId("WCOM"), KZ_FIELD_WCOM),
-    Url(FrameId("WCOP"), KZ_FIELD_WCOP),
-    Url(FrameId("WOAF"), KZ_FIELD_WOAF),
-    Url(FrameId("WOAR"), KZ_FIELD_WOAR),
-    Url(FrameId("WOAS"), KZ_FIELD_WOAS),
-    Url(FrameId("WORS"), KZ_FIELD_WORS),
-    Url(FrameId("WPAY"), KZ_FIELD_WPAY),
-    Url(FrameId("WPUB"), KZ_FIELD_WPUB),
-    Multi(FrameId("WXXX"), 0, FrameId("WXXX"), EmitUserDefinedFrame),
-    // ID3v2.2.
-    Single(FrameId("CRA"), KZ_FIELD_AENC, EmitAudioEncryptionFrame),
-    Multi(FrameId("COM"), KZ_FIELD_COMM, FrameId("COMM"), EmitCommentFrame),
-    Single(FrameId("EQU"), KZ_FIELD_EQUA, EmitEqualisationFrame),
-    Single(FrameId("ETC"), KZ_FIELD_ETCO, EmitEventTimingFrame),
-    Single(FrameId("GEO"), KZ_FIELD_GEOB, EmitEncapsulatedObjectFrame),
-    Single(FrameId("IPL"), 0, EmitInvolvedPeopleFrame),
-    Single(FrameId("MLL"), KZ_FIELD_MLLT, EmitLocationTableFrame),
-    Single(FrameId("CNT"), KZ_FIELD_PCNT, EmitPlayCounterFrame),
-    Single(FrameId("POP"), KZ_FIELD_POPM, EmitPopularimeterFrame),
-    Single(FrameId("BUF"), KZ_FIELD_RBUF, EmitBufferSizeFrame),
-    Single(FrameId("REV"), KZ_FIELD_RVRB, EmitReverbFrame),
-    Single(FrameId("SLT"), KZ_FIELD_SYLT, EmitSyncedLyricsFrame),
-    Text(FrameId("TAL"), KZ_FIELD_TALB),
-    Text(FrameId("TBP"), KZ_FIELD_TBPM),
-    Text(FrameId("TCM"), KZ_FIELD_TCOM),
-    Text(FrameId("TCO"), KZ_FIELD_TCON),
-    Text(FrameId("TCR"), KZ_FIELD_TCOP),
-    Text(FrameId("TDA"), KZ_FIELD_TDAT),
-    Text(FrameId("TDI"), KZ_FIELD_TDLY),
-    Text(FrameId("TEN"), KZ_FIELD_TENC),
-    Text(FrameId("TFT"), KZ_FIELD_TFLT),
-    Text(FrameId("TIM"), KZ_FIELD_TIME),
-    Text(FrameId("TKE"), KZ_FIELD_TKEY),
-    Text(FrameId("TLA"), KZ_FIELD_TLAN),
-    Text(FrameId("TLE"), KZ_FIELD_TLEN),
-    Text(FrameId("TMT"), KZ_FIELD_TMED),
-    Text(FrameId("TOA"), KZ_FIELD_TOPE),
-    Text(FrameId("TOF"), KZ_FIELD_TOFN),
-    Text(FrameId("TOL"), KZ_FIELD_TOLY),
-    Text(FrameId("TOR"), KZ_FIELD_TORY),
-    Text(FrameId("TOT"), KZ_FIELD_TOAL),
-    Text(FrameId("TP1"), KZ_FIELD_TPE1),
-    Text(FrameId("TP2"), KZ_FIELD_TPE2),
-    Text(FrameId("TP3"), KZ_FIELD_TPE3),
-    Text(FrameId("TP4"), KZ_FIELD_TPE4),
-    Text(FrameId("TPA"), KZ_FIELD_TPOS),
-    Text(FrameId("TPB"), KZ_FIELD_TPUB),
-    Text(FrameId("TRD"), KZ_FIELD_TRDA),
-    Text(FrameId("TRK"), KZ_FIELD_TRCK),
-    Text(FrameId("TRS"), KZ_FIELD_TSRC),
-    Text(FrameId("TSI"), KZ_FIELD_TSIZ),
-    Text(FrameId("TSS"), KZ_FIELD_TSSE),
-    Text(FrameId("TT1"), KZ_FIELD_TIT1),
-    Text(FrameId("TT2"), KZ_FIELD_TIT2),
-    Text(FrameId("TT3"), KZ_FIELD_TIT3),
-    Text(FrameId("TXT"), KZ_FIELD_TEXT),
-    Text(FrameId("TYE"), KZ_FIELD_TYER),
-    Multi(FrameId("TXX"), 0, FrameId("TXXX"), EmitUserDefinedFrame),
-    Single(FrameId("UFI"), KZ_FIELD_UFID, EmitUniqueIdFrame),
-    Multi(FrameId("ULT"), KZ_FIELD_USLT, FrameId("USLT"), EmitCommentFrame),
-    Url(FrameId("WCM"), KZ_FIELD_WCOM),
-    Url(FrameId("WCP"), KZ_FIELD_WCOP),
-    Url(FrameId("WAF"), KZ_FIELD_WOAF),
-    Url(FrameId("WAR"), KZ_FIELD_WOAR),
-    Url(FrameId("WAS"), KZ_FIELD_WOAS),
-    Url(FrameId("WPB"), KZ_FIELD_WPUB),
-    Multi(FrameId("WXX"), 0, FrameId("WXXX"), EmitUserDefinedFrame),
+constexpr size_t CountThreeLetterForms() {
+    size_t count = 0;
+    for (const FrameRow& row : kFrameTable) {
+        if (row.threeLetterId != kNoThreeLetterForm) ++count;
+    }
+    return count;
+}
+
+constexpr size_t kRouteCount = kRowCount + CountThreeLetterForms();
+
+// Every four-letter identifier, then every three-letter one.
+struct RouteTable {
+    FrameRoute route[kRouteCount];
 };
 
-constexpr size_t kRouteCount = sizeof kRoutes / sizeof kRoutes[0];
-static_assert(kRouteCount == 84 + 57, "84 four-letter and 57 three-letter identifiers");
+constexpr RouteTable TableRoutes() {
+    RouteTable table{};
+    size_t next = 0;
+    for (const FrameRow& row : kFrameTable) table.route[next++] = RouteOf(row, row.frameId);
+    for (const FrameRow& row : kFrameTable) {
+        if (row.threeLetterId != kNoThreeLetterForm) {
+            table.route[next++] = RouteOf(row, row.threeLetterId);
+        }
+    }
+    return table;
+}
+constexpr RouteTable kRoutes = TableRoutes();
 
 // An open-addressing hash of the identifiers: a route is found with one
 // multiplication and, almost always, one comparison.
@@ -198,7 +148,7 @@ constexpr size_t HashSlot(uint32_t frameId) {
 }
 
 struct RouteHash {
-    uint8_t route[kHashSlots];  // index into kRoutes, or kEmptySlot
+    uint8_t route[kHashSlots];  // index into kRoutes.route, or kEmptySlot
     bool duplicate;             // an identifier with two routes
 };
 
@@ -206,9 +156,10 @@ constexpr RouteHash HashRoutes() {
     RouteHash hash{};
     for (auto& slot : hash.route) slot = kEmptySlot;
     for (size_t i = 0; i < kRouteCount; ++i) {
-        size_t slot = HashSlot(kRoutes[i].frameId);
+        const uint32_t frameId = kRoutes.route[i].frameId;
+        size_t slot = HashSlot(frameId);
         while (hash.route[slot] != kEmptySlot) {
-            if (kRoutes[hash.route[slot]].frameId == kRoutes[i].frameId) hash.duplicate = true;
+            if (kRoutes.route[hash.route[slot]].frameId == frameId) hash.duplicate = true;
             slot = (slot + 1) % kHashSlots;
         }
         hash.route[slot] = static_cast<uint8_t>(i);
@@ -222,7 +173,7 @@ const FrameRoute* FindRoute(uint32_t frameId) {
     for (size_t slot = HashSlot(frameId);; slot = (slot + 1) % kHashSlots) {
         const uint8_t index = kRouteHash.route[slot];
         if (index == kEmptySlot) return nullptr;
-        if (kRoutes[index].frameId == frameId) return &kRoutes[index];
+        if (kRoutes.route[index].frameId == frameId) return &kRoutes.route[index];
     }
 }
 
