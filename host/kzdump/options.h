@@ -6,11 +6,13 @@
 #include <string>
 #include <vector>
 
+#include <getopt.h>
+
 namespace kzdump {
 
 enum class OutputMode { Text, Json, Trace, Csv, Tsv };
 
-// The progress line: by default on a terminal only (see HelpText), or as
+// The progress line: by default on a terminal only (see the man page), or as
 // --progress and --no-progress say.
 enum class ProgressMode { Auto, Shown, Hidden };
 
@@ -48,10 +50,16 @@ struct Options {
     std::vector<Argument> paths;
 };
 
-// Fills `options` from the arguments; on bad usage returns false with a
-// one-line reason in `error`.
+// Fills `options` from the arguments (with getopt_long); on bad usage
+// returns false with a one-line reason in `error`.
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error);
 
+// The options getopt_long is given: the table of long options, which ends
+// with an entry of zeros, and the string of short options.
+const option* LongOptions();
+const char* ShortOptions();
+
+// The usage on one screen; the man page has the rest.
 const char* HelpText();
 
 }  // namespace kzdump

@@ -1,34 +1,18 @@
-// Text, JSON Lines and trace forms of what the kit delivers, written piece by
+// The output forms of kzdump, each in a file of its own: text
+// (text_output.cpp), JSON Lines (json_output.cpp), CSV and TSV
+// (table_output.cpp) and the trace (trace_output.cpp), written piece by
 // piece as a file's fields arrive.
 #ifndef KZDUMP_RENDER_H
 #define KZDUMP_RENDER_H
 
 #include "kz_host.h"
+#include "text_escape.h"
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace kzdump {
-
-// Where rendered text goes: a buffer that its owner may take away whenever
-// Pause() is called between pieces, so a large field is written as it is
-// rendered.
-class Out {
-public:
-    using Drain = void (*)(void* owner);
-    Out(std::string& text, Drain drain, void* owner) : text(text), drain_(drain), owner_(owner) {}
-    void Pause() {
-        if (drain_ != nullptr && text.size() >= kDrainSize) drain_(owner_);
-    }
-    std::string& text;
-
-private:
-    static constexpr size_t kDrainSize = 64 * 1024;
-    Drain drain_;
-    void* owner_;
-};
 
 // The first line of a file in the text output: its path and type.
 void RenderTextHeader(std::string_view path, const kz_host_file_info& info, Out& out);
@@ -55,10 +39,6 @@ void RenderTableRow(std::string_view path, const kz_host_file_info& info,
 // One trace line per host call; the call that reports VwStreamOpen starts
 // the file with its path.
 void RenderTraceCall(std::string_view path, const kz_host_call& call, Out& out);
-
-// A path or other host text for a text line: valid UTF-8 as it is, control
-// characters and bytes that are not UTF-8 as \xNN.
-void AppendPrintable(std::string_view text, std::string& out);
 
 }  // namespace kzdump
 

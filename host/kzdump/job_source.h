@@ -1,7 +1,9 @@
 // The files to read: the paths of the command line and of path lists, with
-// directories walked as the walk goes.
-#ifndef KZDUMP_PATH_LIST_H
-#define KZDUMP_PATH_LIST_H
+// directories walked (by the host kit's walk) as the run goes.
+#ifndef KZDUMP_JOB_SOURCE_H
+#define KZDUMP_JOB_SOURCE_H
+
+#include "kz_host.h"
 
 #include <cstdio>
 #include <string>
@@ -27,10 +29,8 @@ struct Job {
 };
 
 // Gives the jobs one by one, in order: each input in turn; with `recursive`,
-// a directory gives the files under it, names sorted byte-wise, each
-// subdirectory entered where its name sorts, only one listing per open
-// directory held at a time.  `extensions` (lower case, without the dot),
-// when not empty, keeps only the walked files that end with one of them.
+// a directory gives the files under it in the order of the kit's walk,
+// filtered by `extensions` (without the dot).
 class JobSource {
 public:
     JobSource(std::vector<Input> inputs, bool recursive, char listSeparator,
@@ -41,35 +41,26 @@ public:
 
     // The next job; false when there is none left.
     bool Next(Job& job);
-    // Jobs given so far, and whether that is all of them.
+    // Jobs given so far.
     size_t Given() const { return given_; }
-    bool Finished() const { return finished_; }
 
 private:
-    struct Directory {
-        std::string path;
-        std::vector<std::pair<std::string, bool>> entries;  // name, is a directory
-        size_t next = 0;
-    };
     bool FromPath(std::string path, Job& job);
     bool FromWalk(Job& job);
-    void Enter(std::string path);
-    bool Wanted(const std::string& name) const;
 
     std::vector<Input> inputs_;
     size_t nextInput_ = 0;
     bool recursive_;
     char listSeparator_;
     std::vector<std::string> extensions_;
-    std::vector<Directory> walk_;
-    std::string walkError_;
-    std::string walkErrorPath_;
+    std::vector<const char*> extensionPointers_;
+    kz_host_walk* walk_ = nullptr;
+    std::string walkRoot_;
     char* line_ = nullptr;
     size_t lineCapacity_ = 0;
     size_t given_ = 0;
-    bool finished_ = false;
 };
 
 }  // namespace kzdump
 
-#endif  // KZDUMP_PATH_LIST_H
+#endif  // KZDUMP_JOB_SOURCE_H

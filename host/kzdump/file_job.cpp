@@ -1,0 +1,185 @@
+#include "file_job.h"
+
+#include "genre.h"
+#include "render.h"
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+namespace kzdump {
+
+namespace {
+
+// Genre numbers of this field are shown with their names.
+constexpr uint32_t kGenreField = 108;  // TCON and the ID3v1 genre
+
+// One file being read: the visitor or the tracer renders into `out`, which
+// goes out in pieces when the file's output is large.
+class FileJob {
+public:
+    FileJob(const Options& options, OrderedOutput& output, size_t index, const std::string& path,
+            std::string& out)
+        : options_(options), output_(output), index_(index), path_(path), out_(out), sink_(out, &Drain, this),
+          table_(options.mode == OutputMode::Csv || options.mode == OutputMode::Tsv),
+          cells_(table_ ? options.fields.size() : 0), counts_(cells_.size()) {
+        kz_host_file_info_init(&info_);
+    }
+
+    // Reads the file; the kit's status.
+    int Read(kz_host_reader* reader) {
+        kz_host_read_options read;
+        kz_host_read_options_init(&read);
+        read.file_type = options_.fileType;
+        read.stop_every = options_.stopEvery;
+        if (options_.codes) read.flags |= KZ_HOST_READ_CODES;
+        if (options_.mode == OutputMode::Trace) {
+            return kz_host_trace_file(reader, path_.c_str(), &read, &OnCall, this, &info_);
+        }
+        const int status = kz_host_read_file(reader, path_.c_str(), &read, &OnField, this, &info_);
+        if (started_ || status == KZ_HOST_OK || status == KZ_HOST_NOTHING_TO_READ ||
+            status == KZ_HOST_ERROR_UNFINISHED) {
+            Start();
+            if (options_.mode == OutputMode::Json) RenderJsonEnd(info_, sink_);
+            if (table_) RenderTableRow(path_, info_, cells_, options_.mode == OutputMode::Tsv, out_);
+        }
+        return status;
+    }
+
+    // Whether anything of the file was shown.
+    bool Started() const { return started_; }
+    const kz_host_file_info& Info() const { return info_; }
+    size_t Shown() const { return shown_; }
+
+private:
+    // Whether choice `i` takes the field; every field when none is chosen.
+    bool Takes(size_t i, const kz_host_field& field) const {
+        const FieldChoice& choice = options_.fields[i];
+        if (field.kind != KZ_HOST_ITEM_FIELD) return false;
+        return choice.number != 0 ? choice.number == field.number : choice.ident == field.ident;
+    }
+    bool Chosen(const kz_host_field& field) const {
+        for (size_t i = 0; i < options_.fields.size(); ++i)
+            if (Takes(i, field)) return true;
+        return options_.fields.empty();
+    }
+
+    static int OnField(const kz_host_field* field, void* user) {
+        auto* self = static_cast<FileJob*>(user);
+        self->Start();
+        if (!self->Chosen(*field)) return 0;
+        ++self->shown_;
+        const bool isGenre = field->kind == KZ_HOST_ITEM_FIELD && field->number == kGenreField;
+        std::string genre;
+        kz_host_field named = *field;
+        if (isGenre) {
+            genre = ShowGenre(std::string_view(field->text, field->text_len));
+            if (!self->options_.raw) {
+                named.text = genre.c_str();
+                named.text_len = genre.size();
+            }
+        }
+        if (self->table_) {
+            for (size_t i = 0; i < self->cells_.size(); ++i) {
+                if (!self->Takes(i, *field)) continue;
+                if (self->counts_[i]++ != 0) self->cells_[i] += kValueSeparator;
+                self->cells_[i].append(named.text, named.text_len);
+            }
+            return 0;
+        }
+        if (self->options_.mode == OutputMode::Json) {
+            RenderJsonField(*field, self->first_, self->options_.codes, isGenre ? &genre : nullptr, self->sink_);
+        } else {
+            RenderTextField(named, self->sink_);
+        }
+        self->first_ = false;
+        self->sink_.Pause();
+        return 0;
+    }
+
+    static void OnCall(const kz_host_call* call, void* user) {
+        auto* self = static_cast<FileJob*>(user);
+        self->started_ = true;
+        RenderTraceCall(self->path_, *call, self->sink_);
+    }
+
+    static void Drain(void* user) {
+        auto* self = static_cast<FileJob*>(user);
+        self->output_.Progress(self->index_, self->out_);
+    }
+
+    // The file's first line, or the start of its JSON line.
+    void Start() {
+        if (started_) return;
+        started_ = true;
+        if (table_) return;
+        if (options_.mode == OutputMode::Json) {
+            RenderJsonStart(path_, info_, sink_);
+        } else {
+            RenderTextHeader(path_, info_, sink_);
+        }
+    }
+
+    const Options& options_;
+    OrderedOutput& output_;
+    size_t index_;
+    const std::string& path_;
+    std::string& out_;
+    Out sink_;
+    kz_host_file_info info_;
+    bool started_ = false;
+    bool first_ = true;
+    size_t shown_ = 0;
+    const bool table_;
+    std::vector<std::string> cells_;  // CSV and TSV: the values of each column
+    std::vector<size_t> counts_;
+};
+
+std::string Reason(int status, const kz_host_file_info& info) {
+    if (status == KZ_HOST_ERROR_IO && info.errno_value != 0) return std::strerror(info.errno_value);
+    if (status == KZ_HOST_ERROR_NOT_REGULAR && info.errno_value == EISDIR) {
+        return "is a directory (use -r to read the files under it)";
+    }
+    return kz_host_strerror(status);
+}
+
+}  // namespace
+
+void ReportError(std::string_view path, std::string_view reason, const Options& options, bool jsonLine,
+                 std::string& out, std::string& err) {
+    err += "kzdump: ";
+    AppendPrintable(path, err);
+    err += ": ";
+    err += reason;
+    err += "\n";
+    if (jsonLine && options.mode == OutputMode::Json) RenderJsonError(path, reason, out);
+}
+
+FileOutcome DoJob(const Options& options, OrderedOutput& output, kz_host_reader* reader,
+                  const std::string& readerError, const Job& job, size_t index, std::string& out,
+                  std::string& err) {
+    FileOutcome outcome;
+    if (!job.error.empty()) {
+        ReportError(job.path, job.error, options, true, out, err);
+        return outcome;
+    }
+    if (reader == nullptr) {
+        ReportError(job.path, readerError, options, true, out, err);
+        return outcome;
+    }
+    FileJob file(options, output, index, job.path, out);
+    const int read = file.Read(reader);
+    outcome.shown = file.Shown();
+    outcome.bytes = file.Info().size;
+    if (read == KZ_HOST_OK) {
+        outcome.status = kAllRead;
+    } else if (read == KZ_HOST_NOTHING_TO_READ || read == KZ_HOST_ERROR_UNFINISHED) {
+        outcome.status = kNothingToRead;
+    }
+    if (read != KZ_HOST_OK && !(read == KZ_HOST_NOTHING_TO_READ && options.quiet)) {
+        ReportError(job.path, Reason(read, file.Info()), options, !file.Started(), out, err);
+    }
+    return outcome;
+}
+
+}  // namespace kzdump
