@@ -419,6 +419,30 @@ KZ_HOST_API int kz_host_walk_new(const char* root, const kz_host_walk_options* o
 KZ_HOST_API int kz_host_walk_next(kz_host_walk* walk, const kz_host_walk_entry** entry);
 KZ_HOST_API void kz_host_walk_free(kz_host_walk* walk);
 
+/* ---- Several files in one call ---------------------------------------------------
+ * For bindings that pay for every foreign call (Python's ctypes gives up
+ * its interpreter lock and takes it back at each one): the files of a list
+ * read one after another by one reader, their outcomes in one buffer. */
+typedef struct kz_host_batch kz_host_batch;
+
+/* Reads the `count` files named in `paths` in turn, each as
+ * kz_host_collect_file reads it, with the same options.  A file that cannot
+ * be read is an entry of the batch, not a failure of the call: the status
+ * is KZ_HOST_OK with *batch set, or KZ_HOST_ERROR_ARGUMENT (a null pointer,
+ * bad options) or KZ_HOST_ERROR_NO_MEMORY with *batch null. */
+KZ_HOST_API int kz_host_collect_files(kz_host_reader* reader, const char* const* paths,
+                                      size_t count, const kz_host_read_options* options,
+                                      kz_host_batch** batch);
+/* The outcomes in one buffer, owned by the batch; per file, in the order of
+ * `paths`, native byte order, no padding:
+ *   i32 status (that of kz_host_collect_file; KZ_HOST_ERROR_NO_MEMORY when
+ *       the result could not be packed),
+ *   i32 errno (with KZ_HOST_ERROR_IO and _NOT_REGULAR; else 0),
+ *   u32 packed size, then the packed result (layout above) of a file read
+ *       with KZ_HOST_OK or KZ_HOST_NOTHING_TO_READ; size 0 otherwise. */
+KZ_HOST_API const void* kz_host_batch_packed(const kz_host_batch* batch, size_t* size);
+KZ_HOST_API void kz_host_batch_free(kz_host_batch* batch);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif
