@@ -1,10 +1,11 @@
 """Finding and loading libkz_host.so, the host kit, and declaring its C API.
 
-The kit is loaded twice through ctypes: as a CDLL for the calls that read
-files (ctypes releases the GIL around every CDLL call, so other threads run
-while the kit reads) and as a PyDLL for the calls that take microseconds
-(handing over a result, freeing it), where giving the GIL up and taking it
-back again would cost more than the call itself.
+The package's one native path: the kit through ctypes.  The kit is loaded
+twice: as a CDLL for the calls that touch files (ctypes gives the GIL up
+around each, so other threads run while the kit reads; a whole chunk of
+files is one such call, kz_host_collect_files) and as a PyDLL for the calls
+that take a microsecond (handing over a buffer, freeing it), where giving
+the GIL up and taking it back would cost more than the call itself.
 """
 
 from __future__ import annotations
@@ -15,28 +16,24 @@ import os
 import shutil
 import subprocess
 import threading
-from pathlib import Path
-from typing import Optional
+from typing import Callable, List, Optional
 
 from ._errors import Error
 
 LIBRARY_NAME = "libkz_host.so"
 SONAME = "libkz_host.so.2"
+# Where pip puts the kit inside the package; the module and libkz_sys.so go
+# into kz_id3/ beside it, where the kit looks for them.
+BUNDLED = os.path.join(os.path.dirname(os.path.abspath(__file__)), "_native", LIBRARY_NAME)
 
 # Status codes of kz_host.h.
 OK = 0
 NOTHING_TO_READ = 1
-ERROR_ARGUMENT = -1
+WALK_END = 2
 ERROR_NO_MEMORY = -2
-ERROR_MODULE_NOT_FOUND = -3
-ERROR_MODULE_INVALID = -4
-ERROR_NO_CONTEXT = -5
 ERROR_IO = -6
 ERROR_NOT_REGULAR = -7
 ERROR_TOO_LARGE = -8
-ERROR_UNFINISHED = -9
-
-TYPE_DETECT = 0
 
 
 class ReaderOptions(ctypes.Structure):
@@ -54,16 +51,35 @@ class ReadOptions(ctypes.Structure):
     ]
 
 
+class WalkOptions(ctypes.Structure):
+    _fields_ = [
+        ("struct_size", ctypes.c_size_t),
+        ("extensions", ctypes.POINTER(ctypes.c_char_p)),
+        ("extension_count", ctypes.c_size_t),
+        ("excludes", ctypes.POINTER(ctypes.c_char_p)),
+        ("exclude_count", ctypes.c_size_t),
+    ]
+
+
+class WalkEntry(ctypes.Structure):
+    _fields_ = [
+        ("struct_size", ctypes.c_size_t),
+        ("path", ctypes.c_void_p),
+        ("path_len", ctypes.c_size_t),
+        ("error", ctypes.c_int),
+    ]
+
+
 class Kit:
     """The kit's functions, with their prototypes set."""
 
     def __init__(self, path: str) -> None:
-        releasing = ctypes.CDLL(path)
+        releasing = ctypes.CDLL(path, use_errno=True)
         holding = ctypes.PyDLL(path)
         self.path = path
         p, i, sz = ctypes.c_void_p, ctypes.c_int, ctypes.c_size_t
 
-        def declare(lib, name, restype, *argtypes):
+        def declare(lib: ctypes.CDLL, name: str, restype: object, *argtypes: object) -> Callable:
             function = getattr(lib, name)
             function.restype = restype
             function.argtypes = argtypes
@@ -78,13 +94,16 @@ class Kit:
         self.reader_module_path = declare(holding, "kz_host_reader_module_path", ctypes.c_char_p, p)
         self.reader_module_version = declare(
             holding, "kz_host_reader_module_version", ctypes.c_char_p, p)
-        self.collect_file = declare(releasing, "kz_host_collect_file", i, p, ctypes.c_char_p, p, p)
+        self.collect_files = declare(releasing, "kz_host_collect_files", i, p, p, sz, p, p)
         self.collect_memory = declare(releasing, "kz_host_collect_memory", i, p, p, sz, p, p)
+        self.batch_packed = declare(holding, "kz_host_batch_packed", p, p, p)
+        self.batch_free = declare(holding, "kz_host_batch_free", None, p)
         self.result_packed = declare(holding, "kz_host_result_packed", p, p, p)
         self.result_free = declare(holding, "kz_host_result_free", None, p)
-        # For kz_id3._batch, which calls them without the GIL.
-        self.batch_functions = tuple(ctypes.cast(function, ctypes.c_void_p).value for function
-                                     in (self.collect_file, self.result_packed, self.result_free))
+        self.walk_options_init = declare(holding, "kz_host_walk_options_init", None, p)
+        self.walk_new = declare(holding, "kz_host_walk_new", i, ctypes.c_char_p, p, p)
+        self.walk_next = declare(releasing, "kz_host_walk_next", i, p, p)
+        self.walk_free = declare(holding, "kz_host_walk_free", None, p)
 
     def message(self, status: int) -> str:
         return self.strerror(status).decode("utf-8", "replace")
@@ -118,18 +137,18 @@ def kit() -> Kit:
 
 
 def _load() -> Kit:
-    """Tries, in order: the environment variable KZ_HOST_LIBRARY; the
-    installed library (the libdir of the kz_host pkg-config package, then
-    the dynamic loader's search path); the build tree of the checkout this
-    package was loaded from (build/lib)."""
+    """Tries, in order: the environment variable KZ_HOST_LIBRARY; the kit
+    pip built into the package (_native/); the kit installed system-wide
+    (the libdir of the kz_host pkg-config package, then the dynamic
+    loader's search path)."""
     explicit = os.environ.get("KZ_HOST_LIBRARY")
     if explicit:
         try:
             return Kit(explicit)
         except (OSError, AttributeError) as error:
             raise Error(f"KZ_HOST_LIBRARY={explicit}: cannot load the host kit: {error}") from None
-    tried = ["KZ_HOST_LIBRARY (not set)"]
-    places = []
+    tried: List[str] = ["KZ_HOST_LIBRARY (not set)"]
+    places = [BUNDLED]
     libdir = _pkg_config_libdir()
     if libdir:
         places += [os.path.join(libdir, SONAME), os.path.join(libdir, LIBRARY_NAME)]
@@ -140,7 +159,6 @@ def _load() -> Kit:
         places.append(found)
     else:
         tried.append("the dynamic loader's search path (no libkz_host)")
-    places.append(str(Path(__file__).resolve().parent.parent.parent / "build" / "lib" / LIBRARY_NAME))
     for place in places:
         # A bare name from the loader's search path is not a file here.
         if os.sep in place and not os.path.exists(place):
@@ -150,5 +168,6 @@ def _load() -> Kit:
             return Kit(place)
         except (OSError, AttributeError) as error:
             tried.append(f"{place} ({error})")
-    raise Error("cannot find the host kit libkz_host.so (set KZ_HOST_LIBRARY to its path); "
-                "tried: " + "; ".join(tried))
+    raise Error("cannot find the host kit libkz_host.so: install the package with pip from the "
+                "source tree (it builds the kit), install the kit system-wide, or set "
+                "KZ_HOST_LIBRARY to its path; tried: " + "; ".join(tried))

@@ -1,4 +1,5 @@
-"""Reading files and buffers through the host kit: Reader, read, read_many."""
+"""Reading files, file objects and buffers through the host kit: Reader,
+read, read_bytes, read_many, walk."""
 
 from __future__ import annotations
 
@@ -7,28 +8,90 @@ import errno
 import itertools
 import os
 import queue
-import sys
 import threading
-from typing import (Any, Dict, Iterable, Iterator, List, Optional, Tuple, Union)
+from typing import (Any, Dict, Iterable, Iterator, List, Optional, Sequence, Tuple, Union)
 
 from . import _library as lib
 from ._errors import Error, ReadError
-from ._tags import Tags
+from ._tags import Tags, split_batch
 
-PathLike = Union[str, "os.PathLike[str]"]
-Source = Union[PathLike, bytes, bytearray, memoryview]
+PathLike = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
+Path = Union[str, bytes]
 FieldFilter = Optional[Iterable[Union[str, int]]]
+Buffer = Union[bytes, bytearray, memoryview]
 
-_FS_ENCODING = sys.getfilesystemencoding()
-_FS_ERRORS = sys.getfilesystemencodeerrors()
+# What reading one item may give instead of Tags; read_many hands these back
+# as results.
+_ITEM_ERRORS = (Error, OSError, TypeError, ValueError)
 
-try:
-    from . import _batch
-except ImportError:  # built without a C compiler: read_many reads file by file
-    _batch = None
+# What a file error that comes without an errno (a device, a FIFO, a file
+# of 4 GiB or more) is reported as.
+_WITHOUT_ERRNO = {lib.ERROR_IO: (errno.EIO, os.strerror(errno.EIO)),
+                  lib.ERROR_NOT_REGULAR: (errno.EINVAL, "Not a regular file"),
+                  lib.ERROR_TOO_LARGE: (errno.EFBIG, os.strerror(errno.EFBIG))}
 
-# What reading one file may raise; read_many hands these back as results.
-_FILE_ERRORS = (Error, OSError, TypeError, ValueError)
+
+def is_path(value: object) -> bool:
+    """Whether ``value`` names a file: str, bytes or path-like."""
+    return isinstance(value, (str, bytes, os.PathLike))
+
+
+def fspath(value: PathLike) -> Path:
+    """``os.fspath``, with a message that says what is accepted."""
+    path = os.fspath(value)
+    if "\0" in (path if isinstance(path, str) else path.decode("latin-1")):
+        raise ValueError(f"embedded null character in path {path!r}")
+    return path
+
+
+def check_file_type(file_type: int) -> int:
+    """A file type as kzdump --type takes it: 0 (detect) to 65535."""
+    if isinstance(file_type, bool) or not isinstance(file_type, int) or \
+            not 0 <= file_type <= 0xFFFF:
+        raise ValueError(f"file_type must be a number from 0 (detect) to 65535, such as 1707, "
+                         f"not {file_type!r}")
+    return file_type
+
+
+def check_count(name: str, value: Optional[int], allow_none: bool = False) -> None:
+    if value is None and allow_none:
+        return
+    if isinstance(value, bool) or not isinstance(value, int) or value < 1:
+        raise ValueError(f"{name} must be a whole number of at least 1, not {value!r}")
+
+
+def only(fields: FieldFilter) -> Optional[frozenset]:
+    """The identifiers and field numbers a ``fields`` argument keeps."""
+    if fields is None:
+        return None
+    if isinstance(fields, (str, int)) and not isinstance(fields, bool):
+        return frozenset((fields,))
+    if isinstance(fields, bytes):
+        raise TypeError("fields must be identifiers (str) or field numbers (int), not bytes")
+    chosen = frozenset(fields)
+    for item in chosen:
+        if isinstance(item, bool) or not isinstance(item, (str, int)):
+            raise TypeError(f"fields must be identifiers (str) or field numbers (int), "
+                            f"not {item!r}")
+    return chosen
+
+
+def paths_argument(name: str, value: Any) -> None:
+    """Refuses a single path where an iterable of paths is expected, so that
+    it is never taken as a sequence of characters."""
+    if is_path(value):
+        raise TypeError(f"{name} must be an iterable of paths, not a single path {value!r}; "
+                        f"for one file use kz_id3.read()")
+
+
+def failure(kit: lib.Kit, status: int, error: int, path: Optional[Path]) -> Exception:
+    """The exception for a read that failed with `status` and errno `error`."""
+    if path is not None and error:
+        return ReadError(error, os.strerror(error), path)
+    if path is not None and status in _WITHOUT_ERRNO:
+        return ReadError(*_WITHOUT_ERRNO[status], path)
+    where = os.fsdecode(path) if path is not None else "<buffer>"
+    return Error(f"{where}: {kit.message(status)}")
 
 
 class Reader:
@@ -49,17 +112,13 @@ class Reader:
         if module_path is not None:
             options = lib.ReaderOptions()
             kit.reader_options_init(ctypes.byref(options))
-            options.module_path = os.fsencode(module_path)
+            options.module_path = os.fsencode(fspath(module_path))
         message = ctypes.create_string_buffer(1024)
         status = kit.reader_new(ctypes.byref(options) if options is not None else None,
                                 ctypes.byref(self._handle), message, len(message))
         if status != lib.OK:
             reason = message.value.decode("utf-8", "replace") or kit.message(status)
             raise Error(f"cannot load the ID3 module: {reason}")
-        self._result = ctypes.c_void_p()
-        self._result_ref = ctypes.byref(self._result)
-        self._size = ctypes.c_size_t()
-        self._size_ref = ctypes.byref(self._size)
         self._options: Dict[int, Any] = {}
 
     @property
@@ -91,126 +150,104 @@ class Reader:
     def __exit__(self, *exc_info: object) -> None:
         self.close()
 
-    def read(self, source: Source, *, file_type: Optional[int] = None,
-             fields: FieldFilter = None) -> Tags:
-        """Reads a file or a buffer; see :func:`kz_id3.read`."""
-        return self._read(source, self._read_options(file_type), _only(fields))
+    def read(self, source: Any, *, file_type: int = 0, fields: FieldFilter = None) -> Tags:
+        """Reads a file or a file object; see :func:`kz_id3.read`."""
+        return self._read(source, self._read_options(check_file_type(file_type)), only(fields))
+
+    def read_bytes(self, data: Buffer, *, file_type: int = 0, fields: FieldFilter = None) -> Tags:
+        """Reads a buffer; see :func:`kz_id3.read_bytes`."""
+        return self._memory(data, self._read_options(check_file_type(file_type)), only(fields))
 
     # ---- Inner steps -----------------------------------------------------------
-    def _read_options(self, file_type: Optional[int]) -> Any:
-        if file_type is None:
+    def _read_options(self, file_type: int) -> Any:
+        if not file_type:
             return None
         options = self._options.get(file_type)
         if options is None:
-            _check_file_type(file_type)
             structure = lib.ReadOptions()
             self._kit.read_options_init(ctypes.byref(structure))
             structure.file_type = file_type
-            options = self._options[file_type] = (structure, ctypes.byref(structure))
-        return options[1]
+            options = self._options[file_type] = ctypes.byref(structure)
+        return options
 
-    def _read_chunk(self, items: List[Any], file_type: Optional[int],
-                    only: Optional[frozenset]) -> List[Union[Tags, Exception]]:
-        """Reads read_many's items: a Tags or the exception for each.  With
-        kz_id3._batch, the str paths of the chunk are read in one call that
-        releases the GIL once."""
-        options = self._read_options(file_type)
-        results: List[Any] = []
-        batch: List[str] = []
-        encoded: List[bytes] = []
-        for item in items:
-            path = item if type(item) is str else None
-            if path is None and isinstance(item, os.PathLike):
-                path = os.fspath(item)
-            if _batch is not None and type(path) is str and "\0" not in path:
-                try:
-                    encoded.append(path.encode(_FS_ENCODING, _FS_ERRORS))
-                    batch.append(path)
-                    results.append(None)
-                    continue
-                except UnicodeEncodeError:
-                    pass  # read alone below, which reports it
-            try:
-                results.append(self._read(item, options, only))
-            except _FILE_ERRORS as error:
-                results.append(error)
-        if batch:
-            address = ctypes.addressof(self._options[file_type][0]) if file_type else 0
-            packed = _batch.collect_files(*self._kit.batch_functions, self._live().value,
-                                          address, tuple(encoded))
-            done = iter(zip(batch, packed))
-            for index, result in enumerate(results):
-                if result is None:
-                    path, data = next(done)
-                    results[index] = Tags(data, path, only) if type(data) is bytes \
-                        else _failure(self._kit, data, path)
-        return results
+    def _read(self, source: Any, options: Any, chosen: Optional[frozenset]) -> Tags:
+        if is_path(source):
+            result = self._files([fspath(source)], options, chosen)[0]
+            if isinstance(result, Exception):
+                raise result
+            return result
+        read = getattr(source, "read", None)
+        if read is None:
+            raise TypeError(f"a path (str, bytes, os.PathLike) or a binary file object is "
+                            f"read, not {type(source).__name__}; read_bytes() reads a buffer")
+        data = read()
+        if not isinstance(data, (bytes, bytearray, memoryview)):
+            raise TypeError(f"the file object gave {type(data).__name__}, not bytes: open it "
+                            f"in binary mode ('rb')")
+        return self._memory(data, options, chosen)
 
-    def _read(self, source: Source, options: Any, only: Optional[frozenset]) -> Tags:
-        # Run once per file: kept to the few steps the kit needs.
-        if type(source) is str:
-            path = source
-        elif isinstance(source, (bytes, bytearray, memoryview)):
-            data = bytes(source)
-            status = self._kit.collect_memory(self._handle, data, len(data), options,
-                                              self._result_ref)
-            return self._take(status, None, only)
-        else:
-            path = os.fspath(source)
-            if not isinstance(path, str):
-                raise TypeError(f"a path must be str or os.PathLike[str], not "
-                                f"{type(source).__name__} (bytes are read as the file's contents)")
-        if "\0" in path:
-            raise ValueError(f"embedded null character in path {path!r}")
-        status = self._kit.collect_file(self._handle, path.encode(_FS_ENCODING, _FS_ERRORS),
-                                        options, self._result_ref)
-        return self._take(status, path, only)
-
-    def _take(self, status: int, path: Optional[str], only: Optional[frozenset]) -> Tags:
+    def _memory(self, data: Buffer, options: Any, chosen: Optional[frozenset]) -> Tags:
+        if not isinstance(data, (bytes, bytearray, memoryview)):
+            raise TypeError(f"read_bytes() reads bytes, bytearray or memoryview, not "
+                            f"{type(data).__name__}; read() reads a path")
         kit = self._kit
-        result = self._result
-        if status == 0 or status == 1:  # OK, NOTHING_TO_READ
-            packed = ctypes.string_at(kit.result_packed(result, self._size_ref), self._size.value)
-            kit.result_free(result)
-            return Tags(packed, path, only)
-        if result:
-            kit.result_free(result)
-            result.value = None
-        self._live()
-        raise _failure(kit, status, path)
-
-
-def _failure(kit: lib.Kit, status: int, path: Optional[str]) -> Exception:
-    """The exception for a read that failed with `status`."""
-    if path is not None and status == lib.ERROR_IO:
-        # The kit reports which call failed but not why: ask the system again.
+        buffer = bytes(data)
+        result = ctypes.c_void_p()
+        status = kit.collect_memory(self._live(), buffer, len(buffer), options,
+                                    ctypes.byref(result))
         try:
-            with open(path, "rb") as file:
-                file.read(1)
-        except OSError as error:
-            return ReadError(error.errno, error.strerror, path)
-        return ReadError(errno.EIO, os.strerror(errno.EIO), path)
-    if path is not None and status == lib.ERROR_NOT_REGULAR:
-        if os.path.isdir(path):
-            return ReadError(errno.EISDIR, os.strerror(errno.EISDIR), path)
-        return ReadError(errno.EINVAL, "Not a regular file", path)
-    if path is not None and status == lib.ERROR_TOO_LARGE:
-        return ReadError(errno.EFBIG, os.strerror(errno.EFBIG), path)
-    where = path if path is not None else "<bytes>"
-    return Error(f"{where}: {kit.message(status)}")
+            if status in (lib.OK, lib.NOTHING_TO_READ):
+                size = ctypes.c_size_t()
+                packed = kit.result_packed(result, ctypes.byref(size))
+                if packed:
+                    return Tags(ctypes.string_at(packed, size.value), None, chosen)
+                status = lib.ERROR_NO_MEMORY
+        finally:
+            kit.result_free(result)
+        raise failure(kit, status, 0, None)
 
+    def _files(self, paths: Sequence[Path], options: Any,
+               chosen: Optional[frozenset]) -> List[Union[Tags, Exception]]:
+        """Reads files with one call of the kit, which gives up the GIL once
+        for them all: a Tags or the exception for each."""
+        kit = self._kit
+        encoded = [os.fsencode(path) for path in paths]
+        batch = ctypes.c_void_p()
+        status = kit.collect_files(self._live(), (ctypes.c_char_p * len(encoded))(*encoded),
+                                   len(encoded), options, ctypes.byref(batch))
+        if status != lib.OK:
+            raise Error(kit.message(status))
+        try:
+            size = ctypes.c_size_t()
+            buffer = ctypes.string_at(kit.batch_packed(batch, ctypes.byref(size)), size.value)
+        finally:
+            kit.batch_free(batch)
+        return [Tags(packed, path, chosen) if packed is not None
+                else failure(kit, status, error, path)
+                for path, (status, error, packed) in zip(paths, split_batch(buffer))]
 
-def _check_file_type(file_type: Optional[int]) -> None:
-    if file_type is not None and (not isinstance(file_type, int) or not 0 < file_type <= 0xFFFF):
-        raise ValueError(f"file_type must be a type identifier such as 1707, not {file_type!r}")
-
-
-def _only(fields: FieldFilter) -> Optional[frozenset]:
-    if fields is None:
-        return None
-    if isinstance(fields, (str, int)):
-        return frozenset((fields,))
-    return frozenset(fields)
+    def _chunk(self, items: List[Any], options: Any,
+               chosen: Optional[frozenset]) -> List[Union[Tags, Exception]]:
+        """read_many's items: paths are read together, file objects one by
+        one, and an exception among them (from walk) stands for itself."""
+        results: List[Any] = [None] * len(items)
+        places: List[int] = []
+        paths: List[Path] = []
+        for place, item in enumerate(items):
+            try:
+                if isinstance(item, BaseException):
+                    results[place] = item
+                elif is_path(item):
+                    paths.append(fspath(item))
+                    places.append(place)
+                else:
+                    results[place] = self._read(item, options, chosen)
+            except _ITEM_ERRORS as error:
+                results[place] = error
+        if paths:
+            for place, result in zip(places, self._files(paths, options, chosen)):
+                results[place] = result
+        return results
 
 
 # ---- Readers kept between calls ----------------------------------------------------
@@ -245,143 +282,274 @@ def _give_back(reader: Reader, module_path: Optional[PathLike]) -> None:
         reader.close()
 
 
-def read(source: Source, *, file_type: Optional[int] = None, fields: FieldFilter = None) -> Tags:
-    """Reads the ID3 tags of one file or buffer.
+def read(source: Any, *, file_type: int = 0, fields: FieldFilter = None) -> Tags:
+    """Reads the ID3 tags of one file.
 
-    ``source`` is a path (``str`` or path-like) or the file's contents
-    (``bytes``, ``bytearray``, ``memoryview``).  ``file_type`` is the type
-    identifier the file is opened with (1706 to 1715); by default the kit
-    detects it from the audio frames and tags.  ``fields``, a collection of
-    identifiers ("TIT2", "ID3v1 title") or field numbers, keeps only those.
+    ``source`` is a path (``str``, ``bytes`` as :mod:`os` takes them, or
+    path-like) or a binary file object, whose contents are read from its
+    position to its end; to read a buffer, use :func:`read_bytes`.
+    ``file_type`` is the type identifier the file is opened with (1706 to
+    1715; any number up to 65535 is passed on); 0, the default, lets the
+    kit detect it from the audio frames and tags.  ``fields``, identifiers
+    ("TIT2", "ID3v1 title") or field numbers, keeps only those.
 
     Returns :class:`Tags`, with no fields when the file holds no tag.
-    Raises :class:`ReadError` (an ``OSError``) when the file cannot be read:
-    missing, unreadable, a directory or other file that is not regular, 4 GiB
-    or larger; ``TypeError`` for a source of another type; :class:`Error`
-    for any other failure (the kit or the module not found, a read the
-    module did not finish).
+    Raises :class:`ReadError` (an ``OSError`` with ``errno`` and
+    ``filename``) when the file cannot be read: missing, unreadable, a
+    directory or other file that is not regular, 4 GiB or larger;
+    ``TypeError`` for a source of another type; ``ValueError`` for a bad
+    argument; :class:`Error` for any other failure (the kit or the module
+    not found, a read the module did not finish).
     """
     reader = _default_reader()
-    return reader._read(source, reader._read_options(file_type), _only(fields))
+    return reader._read(source, reader._read_options(check_file_type(file_type)), only(fields))
+
+
+def read_bytes(data: Buffer, *, file_type: int = 0, fields: FieldFilter = None) -> Tags:
+    """Reads the ID3 tags of a file's contents held in memory (``bytes``,
+    ``bytearray``, ``memoryview``).  The arguments and results are those of
+    :func:`read`; the ``Tags`` have no path."""
+    reader = _default_reader()
+    return reader._memory(data, reader._read_options(check_file_type(file_type)), only(fields))
+
+
+def walk(root: PathLike, *, extensions: Iterable[str] = (), exclude: Iterable[str] = ()
+         ) -> Iterator[Union[Path, ReadError]]:
+    """The files under the directory ``root``, as the kit walks them (and
+    kzdump -r): depth first, names sorted byte-wise, symbolic links to
+    directories left out.  Paths come as ``root`` is given (str or bytes).
+    ``extensions`` keeps only names that end in one of them ("mp3", any
+    case); ``exclude`` leaves out files and directories whose name matches
+    one of these fnmatch patterns.
+
+    A directory that cannot be listed (``root`` included, when it is
+    missing or not a directory) is yielded in its place as a
+    :class:`ReadError` with its errno, not raised: the walk goes on, and
+    :func:`read_many` hands it on as that directory's result.
+    """
+    start = fspath(root)
+    if isinstance(extensions, (str, bytes)) or isinstance(exclude, (str, bytes)):
+        raise TypeError("extensions and exclude are lists of names, not a single string")
+    want = [os.fsencode(item) for item in extensions]
+    leave = [os.fsencode(item) for item in exclude]
+    kit = lib.kit()
+    options = lib.WalkOptions()
+    kit.walk_options_init(ctypes.byref(options))
+    options.extensions = (ctypes.c_char_p * len(want))(*want)
+    options.extension_count = len(want)
+    options.excludes = (ctypes.c_char_p * len(leave))(*leave)
+    options.exclude_count = len(leave)
+    handle = ctypes.c_void_p()
+    if kit.walk_new(os.fsencode(start), ctypes.byref(options), ctypes.byref(handle)) != lib.OK:
+        raise Error(f"cannot start a walk of {start!r}")
+    as_text = isinstance(start, str)
+    entry = ctypes.POINTER(lib.WalkEntry)()
+    try:
+        while True:
+            status = kit.walk_next(handle, ctypes.byref(entry))
+            if status == lib.WALK_END:
+                return
+            if status != lib.OK:
+                raise Error(f"walking {start!r}: {kit.message(status)}")
+            found = entry.contents
+            raw = ctypes.string_at(found.path, found.path_len)
+            path = os.fsdecode(raw) if as_text else raw
+            if found.error:
+                yield ReadError(found.error, os.strerror(found.error), path)
+            else:
+                yield path
+    finally:
+        kit.walk_free(handle)
 
 
 Result = Tuple[Any, Union[Tags, Exception]]
 
 
-def read_many(paths: Iterable[PathLike], *, workers: Optional[int] = None, ordered: bool = True,
-              errors: str = "return", file_type: Optional[int] = None,
-              fields: FieldFilter = None, module_path: Optional[PathLike] = None,
-              chunk_size: int = 64) -> Iterator[Result]:
-    """Reads many files on ``workers`` threads; yields ``(path, Tags)``.
+def read_many(paths: Iterable[Any], *, workers: Optional[int] = None, ordered: bool = True,
+              errors: str = "return", file_type: int = 0, fields: FieldFilter = None,
+              module_path: Optional[PathLike] = None, chunk_size: int = 64) -> "ReadMany":
+    """Reads many files on ``workers`` threads; yields ``(item, result)``.
 
-    ``paths`` may be any iterable, also a lazy one: it is consumed as the
-    threads need more.  The threads read with the GIL released, each with a
-    reader of its own; ``workers`` defaults to the number of CPUs.  With
-    ``ordered`` (the default) the results come in the order of ``paths``,
-    otherwise as soon as they are ready.  ``errors="return"`` yields
-    ``(path, exception)`` for a file that cannot be read (the exceptions of
-    :func:`read`); ``errors="raise"`` raises it.  ``file_type`` and
+    ``paths`` is an iterable of paths (str, bytes, path-like) or binary file
+    objects, also a lazy one: it is consumed as the threads need more (a
+    single path is refused: it would be a sequence of characters).  An
+    exception among them, as :func:`walk` gives for a directory it could
+    not list, is yielded as the result of its ``filename``.
+
+    The result is :class:`Tags`, or the exception for an item that cannot be
+    read (those of :func:`read`) with ``errors="return"`` (the default);
+    ``errors="raise"`` raises it.  The threads read with the GIL released,
+    each with a reader of its own; ``workers`` defaults to the number of
+    CPUs.  With ``ordered`` (the default) the results come in the order of
+    ``paths``, otherwise as soon as they are ready.  ``file_type`` and
     ``fields`` are as for :func:`read`; ``module_path`` as for
-    :class:`Reader`.  Threads take ``chunk_size`` paths at a time.
+    :class:`Reader`.  Threads take ``chunk_size`` items at a time.
+
+    The iterator is a context manager: leaving the ``with`` block, closing
+    it, or letting it go stops the threads::
+
+        with kz_id3.read_many(paths) as results:
+            for path, tags in results:
+                ...
     """
+    paths_argument("read_many(paths)", paths)
     if errors not in ("return", "raise"):
         raise ValueError(f'errors must be "return" or "raise", not {errors!r}')
-    workers = (os.cpu_count() or 1) if workers is None else workers
-    if workers < 1 or chunk_size < 1:
-        raise ValueError("workers and chunk_size must be at least 1")
-    _check_file_type(file_type)
-    only = _only(fields)
-    raise_errors = errors == "raise"
-    if workers == 1:
-        return _read_serial(iter(paths), file_type, only, module_path, raise_errors, chunk_size)
-    return _read_threaded(iter(paths), workers, ordered, file_type, only, module_path,
-                          raise_errors, chunk_size)
-
-
-def _read_serial(paths: Iterator[Any], file_type: Optional[int], only: Optional[frozenset],
-                 module_path: Optional[PathLike], raise_errors: bool,
-                 chunk_size: int) -> Iterator[Result]:
-    reader = _borrow(module_path)
-    try:
-        while True:
-            chunk = list(itertools.islice(paths, chunk_size))
-            if not chunk:
-                return
-            for path, tags in zip(chunk, reader._read_chunk(chunk, file_type, only)):
-                if raise_errors and isinstance(tags, Exception):
-                    raise tags
-                yield path, tags
-    finally:
-        _give_back(reader, module_path)
+    check_count("workers", workers, allow_none=True)
+    check_count("chunk_size", chunk_size)
+    check_file_type(file_type)
+    return ReadMany(iter(paths), workers or os.cpu_count() or 1, bool(ordered),
+                    errors == "raise", file_type, only(fields), module_path, chunk_size)
 
 
 _FINISHED = object()
 
 
-def _read_threaded(paths: Iterator[Any], workers: int, ordered: bool, file_type: Optional[int],
-                   only: Optional[frozenset], module_path: Optional[PathLike],
-                   raise_errors: bool, chunk_size: int) -> Iterator[Result]:
-    take_lock = threading.Lock()
-    sequence = itertools.count()
-    # Bounds how far the threads run ahead of the consumer.
-    room = threading.Semaphore(4 * workers)
-    stopping = threading.Event()
-    done: "queue.SimpleQueue[Any]" = queue.SimpleQueue()
+class ReadMany:
+    """The iterator :func:`read_many` returns; a context manager."""
 
-    def work() -> None:
+    def __init__(self, paths: Iterator[Any], workers: int, ordered: bool, raise_errors: bool,
+                 file_type: int, chosen: Optional[frozenset], module_path: Optional[PathLike],
+                 chunk_size: int) -> None:
+        # The threads hold the run, never this object: so that letting it go
+        # stops them.
+        self._run = _Run(paths, workers, ordered, raise_errors, file_type, chosen, module_path,
+                         chunk_size)
+        self._results = self._run.results()
+
+    def __iter__(self) -> "ReadMany":
+        return self
+
+    def __next__(self) -> Result:
+        return next(self._results)
+
+    def __enter__(self) -> "ReadMany":
+        return self
+
+    def __exit__(self, *exc_info: object) -> None:
+        self.close()
+
+    def close(self) -> None:
+        """Stops the reader threads and waits for them; the iteration ends."""
+        self._results.close()
+        self._run.stop()
+
+    def __del__(self) -> None:
+        if hasattr(self, "_run"):
+            self.close()
+
+
+class _Run:
+    """The state of one read_many: its items, its threads, their results."""
+
+    def __init__(self, paths: Iterator[Any], workers: int, ordered: bool, raise_errors: bool,
+                 file_type: int, chosen: Optional[frozenset], module_path: Optional[PathLike],
+                 chunk_size: int) -> None:
+        self.paths = paths
+        self.workers = workers
+        self.ordered = ordered
+        self.raise_errors = raise_errors
+        self.file_type = file_type
+        self.only = chosen
+        self.module_path = module_path
+        self.chunk_size = chunk_size
+        self.take_lock = threading.Lock()
+        self.sequence = itertools.count()
+        # Bounds how far the threads run ahead of the consumer.
+        self.room = threading.Semaphore(4 * workers)
+        self.stopping = threading.Event()
+        self.done: "queue.SimpleQueue[Any]" = queue.SimpleQueue()
+        self.threads: List[threading.Thread] = []
+
+    def stop(self) -> None:
+        self.stopping.set()
+        for _ in self.threads:
+            self.room.release()
+        for thread in self.threads:
+            if thread is not threading.current_thread():
+                thread.join()
+        self.threads = []
+
+    def take(self) -> Tuple[int, List[Any]]:
+        with self.take_lock:
+            return next(self.sequence), list(itertools.islice(self.paths, self.chunk_size))
+
+    def work(self) -> None:
         reader = None
         try:
-            reader = _borrow(module_path)
+            reader = _borrow(self.module_path)
+            options = reader._read_options(self.file_type)
             while True:
-                room.acquire()
-                if stopping.is_set():
+                self.room.acquire()
+                if self.stopping.is_set():
                     return
-                with take_lock:
-                    number = next(sequence)
-                    chunk = list(itertools.islice(paths, chunk_size))
-                done.put((number, list(zip(chunk, reader._read_chunk(chunk, file_type, only)))))
+                number, chunk = self.take()
+                self.done.put((number, list(zip(chunk, reader._chunk(chunk, options, self.only)))))
                 if not chunk:
                     return
         except BaseException as error:  # handed to the consumer, raised there
-            done.put((None, error))
+            self.done.put((None, error))
         finally:
             if reader is not None:
-                _give_back(reader, module_path)
-            done.put(_FINISHED)
+                _give_back(reader, self.module_path)
+            self.done.put(_FINISHED)
 
-    threads = [threading.Thread(target=work, name=f"kz_id3 reader {i}", daemon=True)
-               for i in range(workers)]
-    for thread in threads:
-        thread.start()
-    try:
-        finished = 0
-        waiting: Dict[int, List[Result]] = {}
-        expected = 0
-        while finished < workers:
-            item = done.get()
-            if item is _FINISHED:
-                finished += 1
-                continue
-            number, results = item
-            if number is None:
-                raise results
-            if ordered:
-                waiting[number] = results
-                ready = []
-                while expected in waiting:
-                    ready.append(waiting.pop(expected))
-                    expected += 1
-            else:
-                ready = [results]
-            for batch in ready:
-                room.release()
-                for path, tags in batch:
-                    if raise_errors and isinstance(tags, Exception):
-                        raise tags
-                    yield path, tags
-    finally:
-        stopping.set()
-        for _ in threads:
-            room.release()
-        for thread in threads:
-            thread.join()
+    def results(self) -> Iterator[Result]:
+        if self.workers == 1:
+            yield from self.serial()
+            return
+        self.threads = [threading.Thread(target=self.work, name=f"kz_id3 reader {i}",
+                                         daemon=True) for i in range(self.workers)]
+        for thread in self.threads:
+            thread.start()
+        try:
+            finished = 0
+            waiting: Dict[int, List[Result]] = {}
+            expected = 0
+            while finished < self.workers:
+                item = self.done.get()
+                if item is _FINISHED:
+                    finished += 1
+                    continue
+                number, results = item
+                if number is None:
+                    raise results
+                if self.ordered:
+                    waiting[number] = results
+                    ready = []
+                    while expected in waiting:
+                        ready.append(waiting.pop(expected))
+                        expected += 1
+                else:
+                    ready = [results]
+                for batch in ready:
+                    self.room.release()
+                    yield from self.hand_out(batch)
+        finally:
+            self.stop()
+
+    def serial(self) -> Iterator[Result]:
+        reader = _borrow(self.module_path)
+        try:
+            options = reader._read_options(self.file_type)
+            while True:
+                _, chunk = self.take()
+                if not chunk:
+                    return
+                yield from self.hand_out(list(zip(chunk, reader._chunk(chunk, options,
+                                                                      self.only))))
+        finally:
+            _give_back(reader, self.module_path)
+
+    def hand_out(self, batch: List[Result]) -> Iterator[Result]:
+        for item, result in batch:
+            if isinstance(result, Exception):
+                if self.raise_errors:
+                    raise result
+                if item is result:  # a directory a walk could not list
+                    item = result.filename
+            yield item, result
+
+
+# Shown and pickled under the package's name, where users meet them.
+Reader.__module__ = ReadMany.__module__ = "kz_id3"

@@ -1,29 +1,31 @@
 """What a read gives: Tags, the fields of one file, and Field.
 
-Tags holds the kit's packed result, one bytes object, and builds Field
-objects only when they are asked for: most of a scan's cost with the GIL
-held would otherwise be building objects nobody looks at.
+Tags holds the kit's packed result (its layout is in kz_host.h), one bytes
+object, and builds Field objects only when they are asked for: most of a
+scan's cost would otherwise be building objects nobody looks at.  This
+module is the one place that reads the packed layout.
 """
 
 from __future__ import annotations
 
+import base64
+import os
+import re
 import struct
-from typing import Any, Dict, Iterator, List, NamedTuple, Optional, Tuple, Union
+from typing import (Any, Dict, Iterator, List, NamedTuple, Optional, Tuple, Union)
 
 # The packed layout of kz_host.h: native byte order, no padding.
 _HEAD = struct.Struct("=IiHBB")   # item count, open status, file type, flags, type name length
 _ITEM = struct.Struct("=BBBxIIII")  # kind, id3v1, ident length, tag, number, description, text lengths
 _NO_DESCRIPTION = 0xFFFFFFFF
-_END_SEEN, _TRUNCATED, _DETECTED = 1, 2, 4
+_END_SEEN, _TRUNCATED, _DETECTED, _AUDIO = 1, 2, 4, 8
+_FLAGS_AT = 10
 _KINDS = ("field", "outside", "failure")
-
-try:
-    from . import _batch
-except ImportError:  # built without a C compiler: parsed in Python
-    _batch = None
 
 # Open status of a file in which the module found nothing to read.
 NOTHING_TO_READ = 51
+
+Path = Union[str, bytes]
 
 
 class Field(NamedTuple):
@@ -53,19 +55,46 @@ class Field(NamedTuple):
     def as_dict(self) -> Dict[str, Any]:
         """The field as an entry of ``kzdump --json``'s "fields" (without
         "codes" and "strings"), with "id3v1" added."""
-        return _entry(*self)
+        if self.kind == "field":
+            entry: Dict[str, Any] = {"tag": self.tag, "field": self.number, "id": self.ident}
+            if self.description is not None:
+                entry["description"] = self.description
+            entry["text"] = self.text
+            entry["id3v1"] = self.id3v1
+            return entry
+        if self.kind == "outside":
+            return {"outside": True, "text": self.text}
+        return {"failure": self.tag}
 
 
-def _entry(kind: str, tag: int, number: int, ident: str, description: Optional[str], text: str,
-           id3v1: bool) -> Dict[str, Any]:
-    if kind == "field":
-        if description is None:
-            return {"tag": tag, "field": number, "id": ident, "text": text, "id3v1": id3v1}
-        return {"tag": tag, "field": number, "id": ident, "description": description,
-                "text": text, "id3v1": id3v1}
-    if kind == "outside":
-        return {"outside": True, "text": text}
-    return {"failure": tag}
+Field.__module__ = "kz_id3"
+
+
+def split_key(key: str) -> Tuple[str, Optional[str]]:
+    """An identifier and the description it names: "TXXX:MusicBrainz Album
+    Id" is TXXX with that description (as mutagen writes such keys); a key
+    without a colon names no description."""
+    ident, colon, description = key.partition(":")
+    return (ident, description) if colon else (key, None)
+
+
+# The identifier the kit gives a user-defined field whose frame it cannot
+# tell (the module numbers TXXX and WXXX fields alike).
+USER_DEFINED = "TXXX/WXXX"
+
+
+def idents_of(ident: str) -> Tuple[str, ...]:
+    """The identifiers a key's identifier matches: TXXX and WXXX match
+    "TXXX/WXXX" too."""
+    return (ident, USER_DEFINED) if ident in ("TXXX", "WXXX") else (ident,)
+
+
+def _matches(field: Field, key: Union[str, int]) -> bool:
+    if isinstance(key, int):
+        return field.number == key and field.kind == "field"
+    ident, description = split_key(key)
+    return field.ident in idents_of(ident) and field.kind == "field" and (
+        description is None or field.description == description)
 
 
 # Identifiers as str, by their bytes: a few dozen in any collection (bounded
@@ -76,15 +105,22 @@ _IDENTS: Dict[bytes, str] = {}
 class Tags:
     """The fields of one file (or buffer), as one read delivered them.
 
-    Iterating gives :class:`Field` objects; ``len()`` is their number.
-    ``tags.get("TIT2")`` is the text of the first TIT2 field.
+    A sequence of :class:`Field`: iterating gives them in file order,
+    ``len()`` is their number and ``tags[0]`` the first.  By identifier:
+    ``tags["TIT2"]`` is the list of the texts of every TIT2 field (a
+    ``KeyError`` when there is none), ``tags["TXXX:description"]`` those of
+    the user-defined fields with that description, ``"TIT2" in tags`` tells
+    whether there is one, ``tags.get("TIT2")`` is the first text or None.
+    Two ``Tags`` are equal when they hold the same fields and file-level
+    facts, wherever they were read from.
     """
 
     __slots__ = ("path", "_packed", "_fields", "_only")
 
-    def __init__(self, packed: bytes, path: Optional[str] = None,
+    def __init__(self, packed: bytes, path: Optional[Path] = None,
                  only: Optional[frozenset] = None) -> None:
-        #: The path read, or None when the input was bytes.
+        #: The path read, as given (str or bytes), or None when the input
+        #: was a buffer or a file object.
         self.path = path
         self._packed = packed
         self._fields: Optional[List[Field]] = None
@@ -107,33 +143,38 @@ class Tags:
         length = _HEAD.unpack_from(self._packed)[4]
         return self._packed[_HEAD.size:_HEAD.size + length].decode("utf-8", "replace")
 
+    def _flag(self, flag: int) -> bool:
+        return bool(self._packed[_FLAGS_AT] & flag)
+
     @property
     def end_seen(self) -> bool:
         """True when the module signalled the end of the file's content."""
-        return bool(self._packed[10] & _END_SEEN)
+        return self._flag(_END_SEEN)
 
     @property
     def truncated(self) -> bool:
         """True when a limit of the kit cut the file short."""
-        return bool(self._packed[10] & _TRUNCATED)
+        return self._flag(_TRUNCATED)
 
     @property
     def type_detected(self) -> bool:
         """True when the file type came from the kit's detection."""
-        return bool(self._packed[10] & _DETECTED)
+        return self._flag(_DETECTED)
+
+    @property
+    def audio(self) -> bool:
+        """True when type detection found an MPEG audio frame (False when
+        it found none, or when the type was given)."""
+        return self._flag(_AUDIO)
 
     # ---- Fields -----------------------------------------------------------------
     @property
     def fields(self) -> List[Field]:
         """Every item delivered, in order (built on first use)."""
         if self._fields is None:
-            self._fields = self._parse()
+            new = tuple.__new__
+            self._fields = [new(Field, item) for item in self._items()]
         return self._fields
-
-    def _parse(self) -> List[Field]:
-        new = tuple.__new__
-        items = _batch.parse(self._packed, self._only, False) if _batch else self._items()
-        return [new(Field, item) for item in items]
 
     def _items(self) -> Iterator[Tuple[str, int, int, str, Optional[str], str, bool]]:
         """The items of the packed result, as tuples in Field's order.  The
@@ -172,39 +213,57 @@ class Tags:
     def __len__(self) -> int:
         return len(self.fields)
 
-    def __getitem__(self, index: int) -> Field:
-        return self.fields[index]
+    def __getitem__(self, key: Union[int, str]) -> Any:
+        if isinstance(key, str):
+            texts = [field.text for field in self.fields if _matches(field, key)]
+            if not texts:
+                raise KeyError(key)
+            return texts
+        return self.fields[key]
 
-    def get(self, ident: Union[str, int], default: Optional[str] = None) -> Optional[str]:
-        """The text of the first field with this identifier (or field
-        number), or ``default``."""
+    def __contains__(self, key: object) -> bool:
+        if isinstance(key, (str, int)):
+            return any(_matches(field, key) for field in self.fields)
+        return key in self.fields
+
+    def __eq__(self, other: object) -> bool:
+        if not isinstance(other, Tags):
+            return NotImplemented
+        return self._facts() == other._facts() and self.fields == other.fields
+
+    __hash__ = None  # type: ignore[assignment]
+
+    def _facts(self) -> Tuple[Any, ...]:
+        return _HEAD.unpack_from(self._packed)[1:3] + (self.type_name,
+                                                       self._packed[_FLAGS_AT])
+
+    def get(self, key: Union[str, int], default: Optional[str] = None) -> Optional[str]:
+        """The text of the first field with this identifier ("TIT2",
+        "TXXX:description") or field number, or ``default``."""
         for field in self.fields:
-            if field.ident == ident or field.number == ident:
+            if _matches(field, key):
                 return field.text
         return default
 
-    def getall(self, ident: Union[str, int]) -> List[Field]:
-        """Every field with this identifier (or field number), in order."""
-        return [f for f in self.fields if f.ident == ident or f.number == ident]
+    def getall(self, key: Union[str, int]) -> List[Field]:
+        """Every field with this identifier ("TIT2", "TXXX:description") or
+        field number, in order."""
+        return [field for field in self.fields if _matches(field, key)]
 
     def as_dict(self) -> Dict[str, Any]:
-        """The file as ``kzdump --json`` gives it: "path", "status", "type",
-        "fields" and "end", JSON-ready.  The fields carry "id3v1" besides
-        kzdump's keys, and leave out "codes" and "strings"."""
-        if _batch:  # the whole record in one go
-            return _batch.record(self._packed, self.path, self._only)
-        items = self._fields if self._fields is not None else self._items()
-        fields = [_entry(*item) for item in items]
-        return {"path": self.path, "status": self.status, "type": self.type_name,
-                "fields": fields, "end": self.end_seen}
+        """The file as ``kzdump --json`` gives it: "path" (see
+        :func:`json_path`: None for a buffer), "status", "type", "fields" and
+        "end", JSON-ready.  The fields carry "id3v1" besides kzdump's keys,
+        and leave out "codes" and "strings"."""
+        record: Dict[str, Any] = json_path(self.path) if self.path is not None else {"path": None}
+        record.update(status=self.status, type=self.type_name,
+                      fields=[field.as_dict() for field in self.fields], end=self.end_seen)
+        return record
 
-    def _field_idents(self) -> List[str]:
+    def field_idents(self) -> List[str]:
         """The identifiers of the tag fields (not outside text or failures),
-        in order: what counting fields needs, without their texts."""
-        if _batch:
-            return _batch.idents(self._packed, self._only)
-        items = self._fields if self._fields is not None else self._items()
-        return [item[3] for item in items if item[0] == "field"]
+        in order: what counting fields needs."""
+        return [field.ident for field in self.fields if field.kind == "field"]
 
     def __reduce__(self) -> Tuple[Any, ...]:
         # Pickled as the packed result: about the size of the tag's text, and
@@ -213,3 +272,35 @@ class Tags:
 
     def __repr__(self) -> str:
         return f"<Tags {self.path!r} {self.type_name!r}: {len(self.fields)} fields>"
+
+
+Tags.__module__ = "kz_id3"
+
+
+def json_path(path: Path) -> Dict[str, str]:
+    """A path as kzdump --json gives it: {"path": the path as UTF-8}, and
+    when its bytes are not UTF-8, U+FFFD for each byte that is not and
+    "path_base64" with the exact bytes."""
+    raw = os.fsencode(path)
+    try:
+        return {"path": raw.decode("utf-8")}
+    except UnicodeDecodeError:
+        replaced = _ESCAPED_BYTE.sub("\ufffd", raw.decode("utf-8", "surrogateescape"))
+        return {"path": replaced, "path_base64": base64.b64encode(raw).decode("ascii")}
+
+
+_ESCAPED_BYTE = re.compile("[\udc80-\udcff]")
+_BATCH_ENTRY = struct.Struct("=iiI")  # status, errno, packed size
+
+
+def split_batch(buffer: bytes) -> Iterator[Tuple[int, int, Optional[bytes]]]:
+    """The entries of a kz_host_collect_files buffer: (status, errno,
+    packed result or None), in order."""
+    offset = 0
+    end = len(buffer)
+    unpack = _BATCH_ENTRY.unpack_from
+    while offset < end:
+        status, error, size = unpack(buffer, offset)
+        offset += 12
+        yield status, error, (buffer[offset:offset + size] if size else None)
+        offset += size

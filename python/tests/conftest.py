@@ -1,12 +1,16 @@
-"""Shared for the package's tests: the files read, and kzdump's view of them.
+"""Shared for the package's tests: the files read, a builder of tag bytes,
+kzdump's view of files, and running code as a user whom permissions stop.
 
-Run through ctest, which points KZ_HOST_LIBRARY and KZ_ID3_MODULE at the
-built kit and module and KZDUMP at the built kzdump.
+Run through ctest, which stages the package with its kit (or points
+KZ_HOST_LIBRARY at the kit) and points KZDUMP at the built kzdump.
 """
 
 import json
 import os
+import struct
 import subprocess
+import sys
+import tempfile
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -17,8 +21,44 @@ FILES = SAMPLES + (sorted(str(p) for p in CORPUS.iterdir() if p.is_file())
 KZDUMP = [os.environ.get("KZDUMP", str(ROOT / "build" / "bin" / "kzdump"))]
 if "KZ_ID3_MODULE" in os.environ:
     KZDUMP += ["--filter", os.environ["KZ_ID3_MODULE"]]
+NOBODY = 65534
 
 
+# ---- Tag bytes ----------------------------------------------------------------------
+def synchsafe(value):
+    return bytes(((value >> 21) & 0x7F, (value >> 14) & 0x7F, (value >> 7) & 0x7F, value & 0x7F))
+
+
+def frame(ident, body):
+    """An ID3v2.3 frame: identifier, 32-bit size, two zero flag bytes, body."""
+    return ident.encode("ascii") + struct.pack(">I", len(body)) + b"\0\0" + body
+
+
+def text_frame(ident, text):
+    """A text frame of ISO-8859-1 text (encoding byte 0)."""
+    return frame(ident, b"\0" + text.encode("latin-1"))
+
+
+def user_frame(description, text):
+    """A TXXX frame: encoding 0, the description, a NUL, the value."""
+    return frame("TXXX", b"\0" + description.encode("latin-1") + b"\0" + text.encode("latin-1"))
+
+
+def tag(*frames):
+    """An ID3v2.3 tag holding the frames."""
+    content = b"".join(frames)
+    return b"ID3\x03\x00\x00" + synchsafe(len(content)) + content
+
+
+def id3v1(title="", artist="", album="", year="", comment="", genre=255):
+    """The 128-byte ID3v1 trailer."""
+    def padded(text, size):
+        return text.encode("latin-1").ljust(size, b"\0")
+    return (b"TAG" + padded(title, 30) + padded(artist, 30) + padded(album, 30) +
+            padded(year, 4) + padded(comment, 30) + bytes((genre,)))
+
+
+# ---- kzdump -------------------------------------------------------------------------
 def kzdump_records(paths):
     """kzdump --json of the paths, by path, in the form of Tags.as_dict():
     without "codes" and "strings", with "id3v1" (kzdump names the fields of
@@ -36,3 +76,23 @@ def kzdump_records(paths):
         records[record["path"]] = record
     assert len(records) == len(paths)
     return records
+
+
+# ---- Commands -----------------------------------------------------------------------
+def run_cli(*args, as_nobody=False, **options):
+    """python3 -m kz_id3 with the arguments (str or bytes); as the user nobody
+    when asked and this process is root, so that permissions apply."""
+    def drop():
+        os.setgid(NOBODY)
+        os.setuid(NOBODY)
+    return subprocess.run([sys.executable, "-m", "kz_id3", *args], capture_output=True,
+                          preexec_fn=drop if as_nobody and os.geteuid() == 0 else None,
+                          **options)
+
+
+def shared_directory():
+    """A new directory every user may enter and write (a test's tmp_path is
+    its owner's alone)."""
+    path = Path(tempfile.mkdtemp(prefix="kz_id3-test."))
+    path.chmod(0o777)
+    return path

@@ -1,64 +1,275 @@
 import errno
-import json
+import gc
+import io
 import os
-import subprocess
-import sys
+import pathlib
+import pickle
+import threading
 
 import pytest
 
 import kz_id3
-from conftest import FILES, KZDUMP, ROOT, SAMPLES, kzdump_records
+from conftest import FILES, ROOT, SAMPLES, id3v1, kzdump_records, tag, text_frame, user_frame
 
-def test_read_equals_kzdump():
-    if os.environ.get("KZ_ID3_BATCH") == "1":  # the build made kz_id3._batch: read_many uses it
-        assert kz_id3._reader._batch is not None
+TAGGED = tag(text_frame("TIT2", "Song"), text_frame("TPE1", "Artist"),
+             user_frame("MusicBrainz Album Id", "abc"), user_frame("Mood", "calm")) + \
+    id3v1(title="Old", artist="Someone")
+V1_FIELDS = [("ID3v1 title", 118, "Old"), ("ID3v1 artist", 132, "Someone"),
+             ("ID3v1 album", 105, ""), ("ID3v1 year", 150, ""), ("ID3v1 comment", 80, ""),
+             ("ID3v1 genre", 108, "")]
+
+
+def test_read_equals_kzdump_over_samples_and_corpus():
     expected = kzdump_records(FILES)
-    # Chunks of two paths, so that both threads read.
-    results = list(kz_id3.read_many(FILES, workers=2, chunk_size=2))
-    assert [path for path, _ in results] == FILES
-    for path, tags in results:
+    for path in FILES:
+        tags = kz_id3.read(path)
         assert tags.as_dict() == expected[path], path
         with open(path, "rb") as file:
-            assert kz_id3.read(file.read()).fields == tags.fields, path
+            assert kz_id3.read_bytes(file.read()) == tags, path
 
 
-def run_cli(*args):
-    return subprocess.run([sys.executable, "-m", "kz_id3", *args], capture_output=True, text=True)
+def test_one_and_two_workers_agree_in_order():
+    # Chunks of two paths, so that both threads read.
+    one = list(kz_id3.read_many(FILES, workers=1))
+    two = list(kz_id3.read_many(FILES, workers=2, chunk_size=2))
+    assert [path for path, _ in one] == [path for path, _ in two] == FILES
+    assert [tags for _, tags in one] == [tags for _, tags in two]
+    unordered = kz_id3.read_many(FILES, workers=2, chunk_size=1, ordered=False)
+    assert sorted(path for path, _ in unordered) == sorted(FILES)
 
 
-def test_command_prints_like_kzdump():
-    json_lines = run_cli("--json", "-j", "2", *FILES).stdout
-    assert [json.loads(line) for line in json_lines.splitlines()] == \
-        list(kzdump_records(FILES).values())
-    text = subprocess.run([*KZDUMP, "--raw", *FILES], capture_output=True, text=True).stdout
-    assert run_cli(*FILES).stdout == text
+def test_fields_of_built_tag():
+    tags = kz_id3.read_bytes(TAGGED)
+    assert [tuple(field) for field in tags] == [
+        ("field", 1, 118, "TIT2", None, "Song", False),
+        ("field", 2, 132, "TPE1", None, "Artist", False),
+        ("field", 503, 503, "TXXX/WXXX", "MusicBrainz Album Id", "abc", False),
+        ("field", 504, 504, "TXXX/WXXX", "Mood", "calm", False)] + [
+        ("field", tag_number, number, ident, None, text, True)
+        for tag_number, (ident, number, text) in enumerate(V1_FIELDS, 4)]
+    assert (tags.status, tags.file_type, tags.type_name, tags.path) == (0, 1709, "ID3 Ver 2.x", None)
+    assert (tags.end_seen, tags.audio, tags.type_detected, tags.truncated) == (True, False, True, False)
+    assert tags.fields[2].as_dict() == {"tag": 503, "field": 503, "id": "TXXX/WXXX",
+                                        "description": "MusicBrainz Album Id", "text": "abc",
+                                        "id3v1": False}
 
 
-@pytest.mark.parametrize("source, exception, code", [
-    ("/nonexistent/song.mp3", kz_id3.ReadError, errno.ENOENT),
-    (str(ROOT / "samples"), kz_id3.ReadError, errno.EISDIR),
-    (42, TypeError, None),
-    (b"ID3 is not enough: no tag here", None, None),
-])
-def test_bad_input(source, exception, code):
-    if exception is None:
+def test_tags_by_identifier():
+    tags = kz_id3.read_bytes(TAGGED)
+    assert tags["TIT2"] == ["Song"]
+    assert tags["TXXX:Mood"] == ["calm"] and tags["WXXX:Mood"] == ["calm"]
+    assert tags["TXXX"] == ["abc", "calm"]
+    assert (tags[0].ident, tags[-1].ident) == ("TIT2", "ID3v1 genre")
+    assert tags.get("TXXX:MusicBrainz Album Id") == "abc"
+    assert tags.get(132) == "Artist"
+    assert tags.get("TALB") is None and tags.get("TALB", "") == ""
+    assert [f.text for f in tags.getall("ID3v1 title")] == ["Old"]
+    with pytest.raises(KeyError):
+        tags["TALB"]
+    with pytest.raises(KeyError):
+        tags["TXXX:Nothing"]
+    assert "TIT2" in tags and "TXXX:Mood" in tags and 132 in tags and tags[1] in tags
+    assert "TALB" not in tags and "TXXX:Nothing" not in tags and 999 not in tags
+    assert len(tags) == 10
+    assert tags == kz_id3.read_bytes(TAGGED) and tags != kz_id3.read_bytes(tag(text_frame("TIT2", "Song")))
+    assert tags != TAGGED
+
+
+def test_fields_filter_and_file_type():
+    tags = kz_id3.read_bytes(TAGGED, fields=["TPE1", 118])
+    assert [(f.ident, f.text) for f in tags] == [("TIT2", "Song"), ("TPE1", "Artist"),
+                                                ("ID3v1 title", "Old")]
+    assert [f.text for f in kz_id3.read_bytes(TAGGED, fields="TPE1")] == ["Artist"]
+    typed = kz_id3.read_bytes(TAGGED, file_type=1706)
+    assert (typed.file_type, typed.type_name, typed.type_detected) == \
+        (1706, "MPEG-1 audio - Layer 3, ID3v1.x", False)
+    assert kz_id3.read_bytes(TAGGED, file_type=3000).type_name == ""
+
+
+def test_every_kind_of_path_and_file_object(tmp_path):
+    path = tmp_path / "caf\xe9.mp3"
+    path.write_bytes(TAGGED)
+    raw = os.fsencode(path)
+    expected = kz_id3.read_bytes(TAGGED)
+    for source in (str(path), raw, path):
         tags = kz_id3.read(source)
-        assert (tags.status, len(tags), tags.path) == (51, 0, None)
-        return
-    with pytest.raises(exception) as raised:
+        assert (tags, tags.path) == (expected, os.fspath(source))
+    undecodable = tmp_path.as_posix().encode() + b"/caf\xe9.mp3"
+    os.rename(raw, undecodable)
+    tags = kz_id3.read(undecodable)
+    assert tags.path == undecodable
+    assert tags.as_dict()["path"] == tmp_path.as_posix() + "/caf\ufffd.mp3"
+    assert tags.as_dict()["path_base64"] == __import__("base64").b64encode(undecodable).decode()
+    with open(undecodable, "rb") as file:
+        file.read(3)  # read from the position onwards: the tag's head is gone
+        assert [(f.ident, f.text) for f in kz_id3.read(file)] == \
+            [(ident, text) for ident, _, text in V1_FIELDS]
+    assert kz_id3.read(io.BytesIO(TAGGED)) == expected
+    assert kz_id3.read_bytes(bytearray(TAGGED)) == expected == kz_id3.read_bytes(memoryview(TAGGED))
+
+
+@pytest.mark.parametrize("source, code, reason", [
+    ("/nonexistent/song.mp3", errno.ENOENT, "No such file or directory"),
+    (str(ROOT / "samples"), errno.EISDIR, "Is a directory"),
+    ("/dev/null", errno.EINVAL, "Not a regular file"),
+])
+def test_unreadable_file_is_read_error_with_errno(source, code, reason):
+    with pytest.raises(kz_id3.ReadError) as raised:
         kz_id3.read(source)
-    if code is not None:
-        assert (raised.value.errno, raised.value.filename) == (code, source)
-        assert isinstance(raised.value, OSError)
-        (path, returned), = kz_id3.read_many([source], workers=1)
-        assert (path, type(returned), returned.errno) == (source, exception, code)
-    with pytest.raises(exception):
+    assert (raised.value.errno, raised.value.strerror, raised.value.filename) == (code, reason, source)
+    assert isinstance(raised.value, OSError) and isinstance(raised.value, kz_id3.Error)
+    (path, returned), = kz_id3.read_many([source], workers=1)
+    assert (path, type(returned), returned.errno) == (source, kz_id3.ReadError, code)
+    with pytest.raises(kz_id3.ReadError):
         list(kz_id3.read_many(SAMPLES + [source], workers=2, errors="raise"))
 
 
+def test_unreadable_file_without_permission(tmp_path):
+    import subprocess
+    import sys
+    from conftest import NOBODY
+    locked = tmp_path / "locked.mp3"
+    locked.write_bytes(TAGGED)
+    locked.chmod(0)
+    tmp_path.chmod(0o755)
+    tmp_path.parent.chmod(0o755)
+    code = ("import kz_id3, sys\ntry:\n kz_id3.read(sys.argv[1])\n"
+            "except kz_id3.ReadError as e:\n print(e.errno, e.strerror)")
+    done = subprocess.run([sys.executable, "-c", code, str(locked)], capture_output=True,
+                          text=True, preexec_fn=(lambda: os.setuid(NOBODY))
+                          if os.geteuid() == 0 else None)
+    assert done.stdout == f"{errno.EACCES} Permission denied\n", done.stderr
+
+
+@pytest.mark.parametrize("call, exception, message", [
+    (lambda: kz_id3.read(42), TypeError, "a path (str, bytes, os.PathLike) or a binary file"),
+    (lambda: kz_id3.read(io.StringIO("text")), TypeError, "open it in binary mode"),
+    (lambda: kz_id3.read("a\0b"), ValueError, "embedded null character"),
+    (lambda: kz_id3.read(b"a\0b"), ValueError, "embedded null character"),
+    (lambda: kz_id3.read_bytes("ID3"), TypeError, "read() reads a path"),
+    (lambda: kz_id3.read(SAMPLES[0], file_type=-1), ValueError, "from 0 (detect) to 65535"),
+    (lambda: kz_id3.read(SAMPLES[0], file_type=65536), ValueError, "not 65536"),
+    (lambda: kz_id3.read(SAMPLES[0], file_type=True), ValueError, "not True"),
+    (lambda: kz_id3.read(SAMPLES[0], file_type="1707"), ValueError, "not '1707'"),
+    (lambda: kz_id3.read(SAMPLES[0], fields=[b"TIT2"]), TypeError, "not b'TIT2'"),
+    (lambda: kz_id3.read(SAMPLES[0], fields=b"TIT2"), TypeError, "not bytes"),
+    (lambda: kz_id3.read_many("a.mp3"), TypeError, "not a single path 'a.mp3'"),
+    (lambda: kz_id3.read_many(b"a.mp3"), TypeError, "not a single path"),
+    (lambda: kz_id3.read_many(pathlib.Path("a.mp3")), TypeError, "for one file use"),
+    (lambda: kz_id3.read_many([], workers=0), ValueError, "workers must be"),
+    (lambda: kz_id3.read_many([], workers=1.5), ValueError, "not 1.5"),
+    (lambda: kz_id3.read_many([], chunk_size=0), ValueError, "chunk_size must be"),
+    (lambda: kz_id3.read_many([], errors="ignore"), ValueError, "'ignore'"),
+    (lambda: kz_id3.read_many([], file_type=70000), ValueError, "not 70000"),
+    (lambda: list(kz_id3.walk(SAMPLES[0], extensions="mp3")), TypeError, "not a single string"),
+])
+def test_bad_arguments(call, exception, message):
+    with pytest.raises(exception, match=None) as raised:
+        call()
+    assert message in str(raised.value)
+
+
+def test_file_type_zero_detects_and_any_type_is_passed_on():
+    assert kz_id3.read(SAMPLES[0], file_type=0) == kz_id3.read(SAMPLES[0])
+    assert kz_id3.read(SAMPLES[0], file_type=65535).file_type == 65535
+
+
+def test_items_that_are_not_paths_come_back_as_errors():
+    results = list(kz_id3.read_many([42, io.BytesIO(TAGGED), "a\0b"], workers=1))
+    assert [type(result) for _, result in results] == [TypeError, kz_id3.Tags, ValueError]
+    assert results[1][1] == kz_id3.read_bytes(TAGGED)
+
+
+def reader_threads():
+    return [thread for thread in threading.enumerate() if thread.name.startswith("kz_id3 reader")]
+
+
+@pytest.mark.parametrize("how", ["with", "close", "collect", "break in with"])
+def test_read_many_stops_its_threads(how):
+    many = FILES * 20
+    if how == "with":
+        with kz_id3.read_many(many, workers=2, chunk_size=1) as results:
+            next(results)
+    elif how == "close":
+        results = kz_id3.read_many(many, workers=2, chunk_size=1)
+        next(results)
+        results.close()
+        assert list(results) == []
+    elif how == "collect":
+        results = kz_id3.read_many(many, workers=2, chunk_size=1)
+        next(results)
+        del results
+        gc.collect()
+    else:
+        with kz_id3.read_many(many, workers=2, chunk_size=1) as results:
+            for _ in results:
+                break
+    assert reader_threads() == []
+
+
+def test_error_of_a_worker_reaches_the_consumer():
+    def paths():
+        yield SAMPLES[0]
+        raise RuntimeError("the list broke")
+    with pytest.raises(RuntimeError, match="the list broke"):
+        list(kz_id3.read_many(paths(), workers=2, chunk_size=1))
+    assert reader_threads() == []
+
+
+def test_walk_in_order_with_choices_and_errors(tmp_path):
+    for name in ("b.MP3", "a.mp3", "c.txt", "d/x.mp3", "d/skip/y.mp3", "e.tmp.mp3"):
+        (tmp_path / name).parent.mkdir(parents=True, exist_ok=True)
+        (tmp_path / name).write_bytes(b"")
+    root = str(tmp_path)
+    assert list(kz_id3.walk(root, extensions=["mp3"], exclude=["skip", "*.tmp.*"])) == \
+        [f"{root}/a.mp3", f"{root}/b.MP3", f"{root}/d/x.mp3"]
+    assert list(kz_id3.walk(os.fsencode(root + "/d"))) == \
+        [os.fsencode(f"{root}/d/skip/y.mp3"), os.fsencode(f"{root}/d/x.mp3")]
+    missing, = kz_id3.walk(root + "/none")
+    assert (type(missing), missing.errno, missing.filename) == \
+        (kz_id3.ReadError, errno.ENOENT, root + "/none")
+    results = list(kz_id3.read_many(kz_id3.walk(root + "/none"), workers=1))
+    assert results == [(root + "/none", missing)] or \
+        [(path, type(error), error.errno) for path, error in results] == \
+        [(root + "/none", kz_id3.ReadError, errno.ENOENT)]
+
+
+def test_pickled_tags_and_names_of_the_package():
+    tags = kz_id3.read_bytes(TAGGED, fields=["TIT2"])
+    again = pickle.loads(pickle.dumps(tags))
+    assert (again, again.fields) == (tags, tags.fields)
+    assert repr(kz_id3.Error) == "<class 'kz_id3.Error'>"
+    assert repr(kz_id3.ReadError) == "<class 'kz_id3.ReadError'>"
+    assert repr(tags) == "<Tags None 'ID3 Ver 2.x': 1 fields>"
+
+
+def test_versions():
+    header = (ROOT / "include" / "kz_host.h").read_text()
+    assert f'#define KZ_HOST_VERSION_STRING "{kz_id3.kit_version()}"' in header
+    assert kz_id3.__version__ == "2.0.0"
+    assert 'version = "2.0.0"' in (ROOT / "python" / "pyproject.toml").read_text()
+
+
+def test_reader_of_a_named_module():
+    with kz_id3.Reader() as reader:
+        module = reader.module_path
+        assert module.endswith("/libkz_id3.so")
+        assert reader.read(SAMPLES[0]) == kz_id3.read(SAMPLES[0])
+    with kz_id3.Reader(module) as named:
+        assert named.module_version == kz_id3.Reader().module_version
+    with pytest.raises(kz_id3.Error, match="the reader is closed"):
+        reader.read(SAMPLES[0])
+    with pytest.raises(kz_id3.Error, match="cannot load the ID3 module: /nonexistent.so"):
+        kz_id3.Reader("/nonexistent.so")
+    results = list(kz_id3.read_many(SAMPLES, workers=2, module_path=module))
+    assert [tags for _, tags in results] == [kz_id3.read(path) for path in SAMPLES]
+
+
 def test_missing_kit_names_what_was_tried():
+    import subprocess
+    import sys
     environment = dict(os.environ, KZ_HOST_LIBRARY="/nonexistent/libkz_host.so")
-    done = subprocess.run([sys.executable, "-m", "kz_id3", SAMPLES[0]], env=environment,
-                          capture_output=True, text=True)
-    assert done.returncode == 2
-    assert "KZ_HOST_LIBRARY=/nonexistent/libkz_host.so" in done.stderr
+    done = subprocess.run([sys.executable, "-c", "import kz_id3; kz_id3.read('x')"],
+                          env=environment, capture_output=True, text=True)
+    assert "kz_id3.Error: KZ_HOST_LIBRARY=/nonexistent/libkz_host.so: cannot load the host kit" \
+        in done.stderr
