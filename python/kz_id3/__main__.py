@@ -1,8 +1,10 @@
-"""python3 -m kz_id3: the fields of files as kzdump shows them, and the index.
+"""python3 -m kz_id3: what Python adds to kzdump, an index of a collection.
 
-    python3 -m kz_id3 [--json] [-r] [-j N] [--type N] [--filter PATH] PATH...
-    python3 -m kz_id3 index [-j N] DB PATH...
-    python3 -m kz_id3 query DB IDENT=TEXT...
+    python3 -m kz_id3 index [-j N] [--wait] [--prune-empty] [--ext EXT] [--exclude PATTERN]
+                            [--type N] DB ROOT...
+    python3 -m kz_id3 query [-i] [--json] DB IDENT=TEXT...
+
+kzdump shows the fields of files; this command does not (one renderer).
 """
 
 from __future__ import annotations
@@ -11,249 +13,236 @@ import argparse
 import errno
 import json
 import os
-import re
 import sys
-from typing import Iterator, List, Optional, TextIO
+from typing import Any, Callable, Dict, List, Optional, TextIO
 
-from . import _reader
 from ._errors import Error
-from ._tags import NOTHING_TO_READ, Tags
-from ._walk import walk
+from ._tags import json_path
 
-_INVISIBLE = frozenset((0xFEFF, 0x2028, 0x2029, 0xFFFE, 0xFFFF))
+BAD_USAGE = 2
+WRITE_ERROR = 4
 
-DUMP_EPILOG = """\
-Text output: a header line per file (the path and the type name the module
-gave; "no tags" when it found nothing to read), then one line per field:
-"TIT2: value", "ID3v1 title: value", 'TXXX "description": value',
-"(outside any field): text", "(failure N reported by the module)".
-Control characters show as \\xNN, U+FEFF, U+2028, U+2029, U+FFFE, U+FFFF as
-\\uNNNN, a backslash as \\\\; a line feed in a value (a line break the module
-delivers, or a line-feed character) continues the value on the next line,
-indented by four spaces; in a description it shows as \\n.
+USAGE = """\
+usage: python3 -m kz_id3 index [-j N] [--wait] [--prune-empty] DB ROOT...
+       python3 -m kz_id3 query [-i] [--json] DB IDENT=TEXT...
 
---json: one object per file, {"path", "status", "type", "fields", "end"};
-each field {"tag", "field", "id", "description" (user-defined fields),
-"text", "id3v1"}, {"outside": true, "text"} or {"failure": N}.  A file that
-cannot be read gives {"path", "error"}.
+  index  reads every file under the ROOTs into the SQLite index DB; the next
+         run reads only what changed
+  query  lists the indexed files that have every field IDENT=TEXT
 
-Exit status: 0 every file was read; 1 some file could not be read or held no
-tags; 2 bad usage, or the host kit or the module could not be loaded.
+To show the fields of files, use kzdump: kzdump FILE..., kzdump -r DIR,
+kzdump --json FILE...  ("python3 -m kz_id3 index --help" for more.)
+"""
 
-Other commands: "index DB PATH..." keeps an SQLite index of the tagged files
-under PATH; "query DB IDENT=TEXT..." lists the indexed files with those
-fields ("python3 -m kz_id3 index --help").  To read a file named "index" or
-"query", write ./index.
+STATUS_EPILOG = """\
+Exit status: 0 every file was read and every directory listed; 1 some file
+could not be read or some directory could not be listed (each is named on
+stderr; the rest was done); 2 bad usage, or the run stopped before it
+changed anything it should not: a root that does not exist, a root with no
+files where the index holds some, another run writing the index, the kit
+or the module not found; 4 the output could not be written.
+
+Paths are printed as UTF-8 text; a byte that is not UTF-8, a control
+character and a backslash are escaped as \\xNN and \\\\, so that every name
+can be recovered.
 """
 
 
-# ---- Text form ------------------------------------------------------------------------
-def _char(ch: str, quoted: bool) -> str:
-    code = ord(ch)
-    if 0x20 < code < 0x7F and ch != "\\" and ch != '"':
-        return ch
-    if ch == "\\":
-        return "\\\\"
-    if quoted and ch == '"':
-        return '\\"'
-    if code < 0x20 or 0x7F <= code <= 0x9F:
-        return f"\\x{code:02X}"
-    if code in _INVISIBLE:
-        return f"\\u{code:04X}"
-    return ch
+class _WriteError(Exception):
+    """The output could not be written."""
 
 
-def _value(text: str) -> str:
-    """A value after its colon: a space before the first character, escapes,
-    line breaks continued on an indented line."""
+class _Output:
+    """Standard output that turns a failed write into _WriteError."""
+
+    def __init__(self, stream: TextIO) -> None:
+        self._stream = stream
+
+    def line(self, text: str) -> None:
+        try:
+            self._stream.write(text + "\n")
+        except OSError as error:
+            raise _WriteError(error) from None
+
+    def flush(self) -> None:
+        try:
+            self._stream.flush()
+        except OSError as error:
+            raise _WriteError(error) from None
+
+
+def printable(path: Any) -> str:
+    """A path for a line of text: UTF-8 as it is; bytes that are not UTF-8
+    and control characters as \\xNN, a backslash as \\\\."""
+    raw = path if isinstance(path, bytes) else str(path).encode("utf-8", "surrogateescape")
     parts = []
-    lead = True
-    for ch in text:
-        if ch == "\n":
-            parts.append("\n    ")
-        else:
-            parts.append(" " + _char(ch, False) if lead else _char(ch, False))
-        lead = False
-    return "".join(parts)
-
-
-def _printable(path: str) -> str:
-    """A path for a text line: valid UTF-8 as it is, control characters and
-    bytes that are not UTF-8 as \\xNN."""
-    if path.isascii() and path.isprintable():
-        return path
-    parts = []
-    for ch in os.fsencode(path).decode("utf-8", "surrogateescape"):
+    for ch in raw.decode("utf-8", "surrogateescape"):
         code = ord(ch)
-        if 0xDC80 <= code <= 0xDCFF:
+        if ch == "\\":
+            parts.append("\\\\")
+        elif 0xDC80 <= code <= 0xDCFF:
             parts.append(f"\\x{code - 0xDC00:02X}")
         elif code < 0x20 or 0x7F <= code <= 0x9F:
-            parts.extend(f"\\x{byte:02X}" for byte in ch.encode())
+            parts.append(f"\\x{code:02X}")
         else:
             parts.append(ch)
     return "".join(parts)
 
 
-# Characters json.dumps leaves as they are that break or hide lines in some
-# readers and terminals: escaped, as kzdump does.
-_UNSAFE_IN_JSON = re.compile("[\x7f-\x9f\u2028\u2029\ufeff\ufffe\uffff]")
+def _warn(message: str) -> None:
+    print(f"kz_id3: {message}", file=sys.stderr)
 
 
-def _json_line(record: dict) -> str:
-    text = json.dumps(record, ensure_ascii=False, separators=(",", ":"))
-    return _UNSAFE_IN_JSON.sub(lambda match: f"\\u{ord(match.group()):04X}", text) + "\n"
-
-
-def _json_path(path: str) -> str:
-    return os.fsencode(path).decode("utf-8", "replace")
-
-
-def render_text(path: str, tags: Tags) -> str:
-    """The text form of one file, as kzdump prints it."""
-    lines = [f"{_printable(path)}: {tags.type_name or f'type {tags.file_type}'}"]
-    if tags.status == NOTHING_TO_READ:
-        lines[0] += ": no tags"
-    elif tags.status != 0:
-        lines[0] += f": no tags (open status {tags.status})"
-    for field in tags:
-        if field.kind == "failure":
-            lines.append(f"  (failure {field.tag} reported by the module)")
-            continue
-        if field.kind == "outside":
-            label = "(outside any field)"
-        else:
-            label = field.ident
-            if field.description is not None:
-                described = "".join("\\n" if ch == "\n" else _char(ch, True)
-                                    for ch in field.description)
-                label += f' "{described}"'
-        lines.append(f"  {label}:{_value(field.text)}")
-    return "\n".join(lines) + "\n"
-
-
-def render_json(path: str, tags: Tags) -> str:
-    record = tags.as_dict()
-    record["path"] = _json_path(path)
-    return _json_line(record)
-
-
-# ---- Commands ---------------------------------------------------------------------------
-def _paths(arguments: List[str], recursive: bool, failures: List[str]) -> Iterator[str]:
-    for argument in arguments:
-        if recursive and os.path.isdir(argument):
-            def unreadable(directory: str, error: OSError) -> None:
-                failures.append(f"{_printable(directory)}: cannot read the directory: "
-                                f"{error.strerror}")
-            for entry in walk(argument, onerror=unreadable):
-                yield entry.path
-        else:
-            yield argument
-
-
-def _reason(error: Exception) -> str:
+def _reason(error: BaseException) -> str:
     if isinstance(error, OSError) and error.strerror:
-        if error.errno == errno.EISDIR:
-            return f"{error.strerror} (use -r to read the files under it)"
         return error.strerror
     return str(error)
 
 
-def dump(argv: List[str], out: TextIO) -> int:
-    parser = argparse.ArgumentParser(
-        prog="python3 -m kz_id3", formatter_class=argparse.RawDescriptionHelpFormatter,
-        description="Shows every field the ID3 module delivers for each file.",
-        epilog=DUMP_EPILOG)
-    parser.add_argument("--json", action="store_true", help="JSON Lines: one object per file")
-    parser.add_argument("-r", "--recursive", action="store_true",
-                        help="read the files under each directory PATH, sorted by name")
-    parser.add_argument("-j", "--jobs", type=int, default=1, metavar="N",
-                        help="N reader threads (default 1); the output order stays the same")
-    parser.add_argument("--type", type=int, metavar="N", dest="file_type",
-                        help="the file type identifier to open with (default: detected)")
-    parser.add_argument("--filter", metavar="PATH", dest="module_path",
-                        help="load this module file instead of the one the kit finds")
-    parser.add_argument("paths", nargs="+", metavar="PATH")
-    options = parser.parse_args(argv)
-    if options.jobs < 1:
-        parser.error("-j needs a number of at least 1")
-    failures: List[str] = []
-    status = 0
-    results = _reader.read_many(_paths(options.paths, options.recursive, failures),
-                                workers=options.jobs, file_type=options.file_type,
-                                module_path=options.module_path)
-    for path, tags in results:
-        for failure in failures:
-            print(f"kz_id3: {failure}", file=sys.stderr)
-            status = 1
-        failures.clear()
-        if isinstance(tags, Exception):
-            reason = _reason(tags)
-            print(f"kz_id3: {_printable(path)}: {reason}", file=sys.stderr)
-            if options.json:
-                out.write(_json_line({"path": _json_path(path), "error": reason}))
-            status = 1
-            continue
-        if tags.status != 0:
-            status = 1
-        out.write(render_json(path, tags) if options.json else render_text(path, tags))
-    for failure in failures:
-        print(f"kz_id3: {failure}", file=sys.stderr)
-        status = 1
-    return status
+class _Parser(argparse.ArgumentParser):
+    """argparse with kzdump's status for bad usage."""
+
+    def error(self, message: str) -> None:  # type: ignore[override]
+        self.exit(BAD_USAGE, f"{self.prog}: {message} (see {self.prog} --help)\n")
 
 
-def index_command(argv: List[str], out: TextIO) -> int:
+def _file_type(text: str) -> int:
+    try:
+        value = int(text)
+    except ValueError:
+        value = -1
+    if not 0 <= value <= 0xFFFF:
+        raise argparse.ArgumentTypeError(f"bad number for --type: {text!r} (0 to 65535)")
+    return value
+
+
+def _jobs(text: str) -> int:
+    try:
+        value = int(text)
+    except ValueError:
+        value = 0
+    if value < 1:
+        raise argparse.ArgumentTypeError(f"bad number for -j: {text!r} (1 or more)")
+    return value
+
+
+def index_command(argv: List[str], out: _Output) -> int:
     from . import index
-    parser = argparse.ArgumentParser(
-        prog="python3 -m kz_id3 index",
-        description="Reads every file under the PATHs into the SQLite database DB; on the next "
-                    "run reads only files whose size or modification time changed and "
-                    "removes the ones that vanished.  The schema: "
-                    "help(kz_id3.index) or docs/scaling.md.")
-    parser.add_argument("-j", "--jobs", type=int, default=None, metavar="N",
+    parser = _Parser(
+        prog="python3 -m kz_id3 index", formatter_class=argparse.RawDescriptionHelpFormatter,
+        description="Reads every file under the ROOTs into the SQLite database DB; on the next "
+                    "run reads only files whose size or modification time changed and removes "
+                    "the ones under the ROOTs that are gone.  The schema: help(kz_id3.index).",
+        epilog=STATUS_EPILOG)
+    parser.add_argument("-j", "--jobs", type=_jobs, default=None, metavar="N",
                         help="N reader threads (default: the number of CPUs)")
+    parser.add_argument("--wait", action="store_true",
+                        help="when another run is writing DB, wait for it instead of failing")
+    parser.add_argument("--prune-empty", action="store_true",
+                        help="remove the files of a ROOT that holds no file any more (without "
+                             "it, such a ROOT, say an unmounted drive, is an error)")
+    parser.add_argument("--ext", action="append", default=[], metavar="EXT",
+                        help="only files whose name ends in .EXT (any case); repeatable")
+    parser.add_argument("--exclude", action="append", default=[], metavar="PATTERN",
+                        help="leave out files and directories whose name matches the fnmatch "
+                             "PATTERN; repeatable")
+    parser.add_argument("--type", type=_file_type, default=0, metavar="N", dest="file_type",
+                        help="the file type identifier to open with (0 to 65535; default 0: "
+                             "detected)")
     parser.add_argument("db", metavar="DB")
-    parser.add_argument("paths", nargs="+", metavar="PATH")
+    parser.add_argument("roots", nargs="+", metavar="ROOT")
     options = parser.parse_args(argv)
-    summary = index.update(options.db, options.paths, workers=options.jobs)
-    out.write(f"{summary}\n")
-    return 0
+    try:
+        summary = index.update(options.db, [_argument(root) for root in options.roots],
+                               workers=options.jobs, file_type=options.file_type,
+                               extensions=options.ext, exclude=options.exclude,
+                               prune_empty=options.prune_empty, wait=options.wait)
+    except index.EmptyRoot as error:
+        _warn(str(error))
+        return BAD_USAGE
+    for unlisted in summary.unlisted:
+        _warn(f"{printable(unlisted.filename)}: cannot list the directory: {_reason(unlisted)}"
+              f" (the files under it stay in the index)")
+    for failed in summary.failed:
+        where = getattr(failed, "filename", None)
+        _warn(f"{printable(where)}: {_reason(failed)}" if where is not None else _reason(failed))
+    out.line(str(summary))
+    return 1 if summary.unlisted or summary.failed else 0
 
 
-def query_command(argv: List[str], out: TextIO) -> int:
+def query_command(argv: List[str], out: _Output) -> int:
     from . import index
-    parser = argparse.ArgumentParser(
-        prog="python3 -m kz_id3 query",
-        description="Lists the indexed files that have every field IDENT=TEXT given "
-                    "(exact texts), one path a line.")
+    parser = _Parser(
+        prog="python3 -m kz_id3 query", formatter_class=argparse.RawDescriptionHelpFormatter,
+        description="Lists the indexed files that have a field matching every term, one path a "
+                    "line.  A term is IDENT=TEXT (TPE1=ABBA, 'ID3v1 artist=ABBA') or, for a "
+                    "user-defined field, IDENT:DESCRIPTION=TEXT ('TXXX:MusicBrainz Album "
+                    "Id=...'); TEXT is the field's whole text.  The database is opened "
+                    "read-only.",
+        epilog=STATUS_EPILOG)
+    parser.add_argument("-i", "--ignore-case", action="store_true",
+                        help="match identifiers, descriptions and texts in any case")
+    parser.add_argument("--json", action="store_true",
+                        help='JSON Lines: {"path": ...}, and "path_base64" with the exact bytes '
+                             "of a path that is not UTF-8, as kzdump --json writes paths")
     parser.add_argument("db", metavar="DB")
     parser.add_argument("terms", nargs="+", metavar="IDENT=TEXT")
     options = parser.parse_args(argv)
     terms = []
     for term in options.terms:
-        ident, equals, text = term.partition("=")
-        if not equals:
+        key, equals, text = term.partition("=")
+        if not equals or not key:
             parser.error(f"{term!r} is not IDENT=TEXT")
-        terms.append((ident, text))
-    for path in index.query(options.db, terms):
-        out.write(f"{path}\n")
+        terms.append((key, text))
+    for path in index.query(_argument(options.db), terms, ignore_case=options.ignore_case):
+        if options.json:
+            out.line(json.dumps(json_path(path), ensure_ascii=False, separators=(",", ":")))
+        else:
+            out.line(printable(path))
     return 0
+
+
+def _argument(text: str) -> Any:
+    """A path from the command line, as the bytes the system gave."""
+    return text.encode("utf-8", "surrogateescape") if _has_escaped_bytes(text) else text
+
+
+def _has_escaped_bytes(text: str) -> bool:
+    return any(0xDC80 <= ord(ch) <= 0xDCFF for ch in text)
+
+
+COMMANDS: Dict[str, Callable[[List[str], _Output], int]] = {
+    "index": index_command, "query": query_command}
 
 
 def main(argv: Optional[List[str]] = None) -> int:
     argv = sys.argv[1:] if argv is None else argv
-    commands = {"index": index_command, "query": query_command}
-    command = commands.get(argv[0]) if argv else None
+    command = COMMANDS.get(argv[0]) if argv else None
+    if command is None:
+        if argv and argv[0] in ("-h", "--help"):
+            sys.stdout.write(USAGE)
+            return 0
+        sys.stderr.write(USAGE)
+        return BAD_USAGE
+    out = _Output(sys.stdout)
     try:
-        if command is not None:
-            return command(argv[1:], sys.stdout)
-        return dump(argv, sys.stdout)
-    except Error as error:
-        print(f"kz_id3: {error}", file=sys.stderr)
-        return 2
-    except BrokenPipeError:
-        sys.stderr.close()
-        return 1
+        status = command(argv[1:], out)
+        out.flush()
+        return status
+    except _WriteError as error:
+        cause = error.args[0]
+        if cause.errno != errno.EPIPE:
+            _warn(f"write error: {cause.strerror}")
+        # What stdio still holds can never be written: dropped, so that the
+        # interpreter's own flush at exit does not fail again.
+        devnull = os.open(os.devnull, os.O_WRONLY)
+        os.dup2(devnull, sys.stdout.fileno())
+        os.close(devnull)
+        return WRITE_ERROR
+    except (Error, OSError) as error:
+        where = getattr(error, "filename", None)
+        _warn(f"{printable(where)}: {_reason(error)}" if where is not None else str(error))
+        return BAD_USAGE
 
 
 if __name__ == "__main__":

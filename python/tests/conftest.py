@@ -85,7 +85,9 @@ def run_cli(*args, as_nobody=False, **options):
     def drop():
         os.setgid(NOBODY)
         os.setuid(NOBODY)
-    return subprocess.run([sys.executable, "-m", "kz_id3", *args], capture_output=True,
+    options.setdefault("stdout", subprocess.PIPE)
+    options.setdefault("stderr", subprocess.PIPE)
+    return subprocess.run([sys.executable, "-m", "kz_id3", *args],
                           preexec_fn=drop if as_nobody and os.geteuid() == 0 else None,
                           **options)
 
