@@ -2,17 +2,25 @@
 or a distributed cluster.
 
 ``scan(paths)`` gives a :class:`dask.bag.Bag` of one dict per file, the
-dicts of :meth:`kz_id3.Tags.as_dict` (a file that could not be read gives
-``{"path": ..., "error": reason}``); ``scan_tags(paths)`` a bag of the
-:class:`kz_id3.Tags` themselves, which make their fields only when asked
-for and pickle as the kit's packed result: cheaper to keep on the workers
-and to move.  ``count_fields(bag)`` counts the fields per identifier on the
-workers; ``to_dataframe(bag)`` gives a Dask DataFrame of one row per field;
-``index_shards(paths, directory)`` has the workers write one index
-database per partition, for :func:`kz_id3.index.merge`.  Each task reads
-one partition of paths with :func:`kz_id3.read_many`; a worker needs only
-this package and the kit.  docs/scaling.md tells how to run a scan of 100
+dicts of :meth:`kz_id3.Tags.as_dict` (a file that could not be read, or a
+directory that could not be listed, gives ``{"path": ..., "error":
+reason}``); ``scan_tags(paths)`` a bag of the :class:`kz_id3.Tags`
+themselves (or the exception of such a file or directory), which make
+their fields only when asked for and pickle as the kit's packed result:
+cheaper to keep on the workers and to move.  ``count_fields(bag)`` counts
+the fields per identifier on the workers; ``to_dataframe(bag)`` gives a
+Dask DataFrame of one row per field, as :func:`kz_id3.to_dataframe` does
+for :func:`kz_id3.read_many`; ``index_shards(paths, directory)`` has the
+workers write one index database per partition, for
+:func:`kz_id3.index.merge`.  Each task reads one partition of paths with
+:func:`kz_id3.read_many`.  docs/scaling.md tells how to run a scan of 100
 million files.
+
+Every worker needs this package installed (with its kit: ``pip install``
+as on the client).  A worker without it fails each task it is given with
+an ImportError, and the client waits until its timeout; check the workers
+first: ``client.run(lambda: __import__("kz_id3").read_bytes(b"").status)``
+gives each worker's answer (51), or raises the ImportError at once.
 
 Needs Dask (dask.bag, dask.dataframe, pandas); ``distributed`` for a
 cluster.  ``import kz_id3`` does not import this module or Dask.
@@ -33,9 +41,10 @@ import dask.bag
 import dask.dataframe
 import pandas
 
-from ._reader import FieldFilter, PathLike, _only, read_many
-from ._tags import Tags
-from ._walk import walk
+from . import _frame
+from ._reader import FieldFilter, PathLike, check_count, check_file_type, fspath, only, \
+    read_many, walk
+from ._tags import Tags, json_path
 
 __all__ = ["scan", "scan_tags", "count_fields", "to_dataframe", "index_shards",
            "read_partition", "read_tags_partition", "COLUMNS"]
@@ -44,16 +53,17 @@ __all__ = ["scan", "scan_tags", "count_fields", "to_dataframe", "index_shards",
 Paths = Union[PathLike, Iterable[PathLike], dask.bag.Bag]
 
 #: The columns of :func:`to_dataframe`.
-COLUMNS = ("path", "ident", "number", "description", "text", "id3v1")
+COLUMNS = _frame.COLUMNS
 
 
 _PATTERN = re.compile(r"[*?[]")
 
 
-def _expand(items: List[PathLike]) -> List[str]:
-    """The files of ``items``, in order: patterns and directories expanded."""
-    listed: List[str] = []
-    plain = [os.fspath(item) for item in items]
+def _expand(items: List[PathLike]) -> List[Any]:
+    """The files of ``items``, in order: patterns and directories expanded
+    (a directory a walk could not list stays as its ReadError)."""
+    listed: List[Any] = []
+    plain = [os.fsdecode(fspath(item)) for item in items]
     if _PATTERN.search("\0".join(plain)) is not None:
         # Lists of files (no pattern) are the common case: one search for all.
         plain, patterned = [], plain
@@ -67,14 +77,14 @@ def _expand(items: List[PathLike]) -> List[str]:
     return listed
 
 
-def _flush(paths: List[str], listed: List[str]) -> None:
+def _flush(paths: List[str], listed: List[Any]) -> None:
     """Appends ``paths`` to ``listed`` with every directory among them
     replaced by the files under it, then empties ``paths``."""
     directories = _directories(paths)
     if directories:
         for path in paths:
             if path in directories:
-                listed.extend(entry.path for entry in walk(path))
+                listed.extend(walk(path))
             else:
                 listed.append(path)
     else:
@@ -129,12 +139,6 @@ def _kinds(directory: str, most: int) -> Optional[Dict[str, bool]]:
     return kinds
 
 
-def _reason(error: Exception) -> str:
-    if isinstance(error, OSError) and error.strerror:
-        return error.strerror
-    return str(error)
-
-
 # Dask's nanny starts workers with MALLOC_TRIM_THRESHOLD_=65536, and any
 # malloc setting stops glibc from adapting its thresholds to the program.
 # Then every frame body of 128 KiB or more (a picture) is mapped and unmapped
@@ -180,59 +184,62 @@ def _each_path(items: Iterable[Union[PathLike, _PathChunk]]) -> Iterable[PathLik
             yield item
 
 
-def read_partition(paths: Iterable[PathLike], file_type: Optional[int] = None,
+def read_partition(paths: Iterable[PathLike], file_type: int = 0,
                    fields: FieldFilter = None) -> List[Dict[str, Any]]:
     """The records of one partition: what each task of :func:`scan` runs."""
     _tune_malloc()
     records: List[Dict[str, Any]] = []
     append = records.append
-    for path, tags in read_many(_each_path(paths), workers=1, file_type=file_type,
-                                fields=fields, chunk_size=256):
-        if type(tags) is Tags:
-            append(tags.as_dict())
-        else:
-            append({"path": os.fspath(path), "error": _reason(tags)})
+    with read_many(_each_path(paths), workers=1, file_type=file_type, fields=fields,
+                   chunk_size=256) as results:
+        for path, tags in results:
+            if type(tags) is Tags:
+                append(tags.as_dict())
+            else:
+                append({**json_path(path), "error": _frame.reason(tags)})
     return records
 
 
-def read_tags_partition(paths: Iterable[PathLike], file_type: Optional[int] = None,
+def read_tags_partition(paths: Iterable[PathLike], file_type: int = 0,
                         fields: FieldFilter = None) -> List[Union[Tags, Exception]]:
     """The results of one partition: what each task of :func:`scan_tags` runs."""
     _tune_malloc()
-    return [tags for _, tags in read_many(_each_path(paths), workers=1, file_type=file_type,
-                                          fields=fields, chunk_size=256)]
+    with read_many(_each_path(paths), workers=1, file_type=file_type, fields=fields,
+                   chunk_size=256) as results:
+        return [tags for _, tags in results]
 
 
 def scan(paths_or_globs: Paths, *, partition_size: int = 1000, client: Any = None,
-         file_type: Optional[int] = None, fields: FieldFilter = None) -> dask.bag.Bag:
+         file_type: int = 0, fields: FieldFilter = None) -> dask.bag.Bag:
     """A bag of the tags of many files, one dict per file.
 
     ``paths_or_globs`` is a path, a glob pattern (``**`` matches any depth), a
-    directory (every file under it) or a list of these, expanded here, on
-    the client; or a :class:`dask.bag.Bag` of paths, read as it is
-    partitioned, so that file lists never pass through the client (for
-    example ``dask.bag.read_text("lists/*.txt").map(str.rstrip)``).
+    directory (every file under it, as :func:`kz_id3.walk` lists them) or a
+    list of these, expanded here, on the client; or a
+    :class:`dask.bag.Bag` of paths, read as it is partitioned, so that file
+    lists never pass through the client (for example
+    ``dask.bag.read_text("lists/*.txt").map(str.rstrip)``).
     ``partition_size`` paths make one task.  The bag is lazy and runs on
     whatever scheduler computes it; with ``client`` (a
     ``distributed.Client``) it is persisted there at once: the reads start
     and the records stay in the workers' memory.  ``file_type`` and
     ``fields`` are as for :func:`kz_id3.read`.
 
-    A record makes a dict and a string for every field of the file; when
-    the workers only aggregate, filter or write, :func:`scan_tags` costs
-    less.
+    A record is :meth:`kz_id3.Tags.as_dict`; a file that could not be read
+    and a directory that could not be listed give ``{"path", "error"}``
+    (and "path_base64" for a path that is not UTF-8).  A record makes a
+    dict and a string for every field of the file; when the workers only
+    aggregate, filter or write, :func:`scan_tags` costs less.
     """
-    bag = _partitions(paths_or_globs, partition_size, read_partition, file_type,
-                      _only(fields))
-    return client.persist(bag) if client is not None else bag
+    return _scan(read_partition, paths_or_globs, partition_size, client, file_type, fields)
 
 
 def scan_tags(paths_or_globs: Paths, *, partition_size: int = 1000, client: Any = None,
-              file_type: Optional[int] = None, fields: FieldFilter = None) -> dask.bag.Bag:
+              file_type: int = 0, fields: FieldFilter = None) -> dask.bag.Bag:
     """A bag of :class:`kz_id3.Tags`, one per file, as :func:`kz_id3.read_many`
-    gives them: for a file that could not be read, the exception instead
-    (:class:`kz_id3.ReadError`, an ``OSError`` with the path as
-    ``filename``, or :class:`kz_id3.Error`).
+    gives them: for a file that could not be read, or a directory that
+    could not be listed, the exception instead (:class:`kz_id3.ReadError`,
+    an ``OSError`` with the path as ``filename``, or :class:`kz_id3.Error`).
 
     The arguments are those of :func:`scan`, whose records are
     ``scan_tags(...).map(kz_id3.Tags.as_dict)`` for the files that were
@@ -243,8 +250,14 @@ def scan_tags(paths_or_globs: Paths, *, partition_size: int = 1000, client: Any 
     less than the records' dicts, and ``bag.map(lambda tags: tags.get("TPE1"))``
     builds only what it looks at.
     """
-    bag = _partitions(paths_or_globs, partition_size, read_tags_partition, file_type,
-                      _only(fields))
+    return _scan(read_tags_partition, paths_or_globs, partition_size, client, file_type, fields)
+
+
+def _scan(function: Callable[..., List[Any]], paths_or_globs: Paths, partition_size: int,
+          client: Any, file_type: int, fields: FieldFilter) -> dask.bag.Bag:
+    check_count("partition_size", partition_size)
+    bag = _partitions(paths_or_globs, partition_size, function, check_file_type(file_type),
+                      only(fields))
     return client.persist(bag) if client is not None else bag
 
 
@@ -253,7 +266,7 @@ def _partitions(paths_or_globs: Paths, partition_size: int,
     """A bag of ``function(paths, *args)`` for each partition of the paths."""
     if isinstance(paths_or_globs, dask.bag.Bag):
         return paths_or_globs.map_partitions(function, *args)
-    items = [paths_or_globs] if isinstance(paths_or_globs, (str, os.PathLike)) \
+    items = [paths_or_globs] if isinstance(paths_or_globs, (str, bytes, os.PathLike)) \
         else list(paths_or_globs)
     listed = _expand(items)
     chunks = [_PathChunk(listed[start:start + partition_size])
@@ -269,24 +282,25 @@ def _partitions(paths_or_globs: Paths, partition_size: int,
     return dask.bag.Bag(graph, name, len(chunks))
 
 
-def _write_shard(paths: Iterable[PathLike], directory: str,
-                 file_type: Optional[int]) -> List[str]:
+def _write_shard(paths: Iterable[Any], directory: str, file_type: int) -> List[str]:
     from . import index
     _tune_malloc()
     shard = os.path.join(directory, f"kz_id3-{uuid.uuid4().hex}.db")
-    index.update(shard, list(_each_path(paths)), workers=1, file_type=file_type)
+    index.write_files(shard, _each_path(paths), file_type=file_type)
     return [shard]
 
 
 def index_shards(paths_or_globs: Paths, directory: PathLike, *, partition_size: int = 10000,
-                 file_type: Optional[int] = None) -> dask.bag.Bag:
+                 file_type: int = 0) -> dask.bag.Bag:
     """A bag of the paths of index databases (:mod:`kz_id3.index`), one per
     partition, written by the workers into ``directory`` (a directory every
-    worker can write to).  Compute it, then merge the shards with
-    :func:`kz_id3.index.merge`: the records never pass through the client.
-    ``paths_or_globs`` and ``partition_size`` are as for :func:`scan`."""
-    return _partitions(paths_or_globs, partition_size, _write_shard, os.fspath(directory),
-                       file_type)
+    worker can write to) with :func:`kz_id3.index.write_files`.  Compute
+    it, then merge the shards with :func:`kz_id3.index.merge`: the records
+    never pass through the client.  ``paths_or_globs`` and
+    ``partition_size`` are as for :func:`scan`."""
+    check_count("partition_size", partition_size)
+    return _partitions(paths_or_globs, partition_size, _write_shard,
+                       os.fsdecode(fspath(directory)), check_file_type(file_type))
 
 
 def _count(items: Iterable[Any]) -> "collections.Counter[str]":
@@ -294,7 +308,7 @@ def _count(items: Iterable[Any]) -> "collections.Counter[str]":
     extend = idents.extend
     for item in items:
         if type(item) is Tags:
-            extend(item._field_idents())
+            extend(item.field_idents())
         elif isinstance(item, dict):
             extend([field["id"] for field in item.get("fields", ()) if "id" in field])
     return collections.Counter(idents)
@@ -312,30 +326,44 @@ def count_fields(bag: dask.bag.Bag) -> dask.bag.Item:
     title", ...) in a bag of :func:`scan` or :func:`scan_tags`, counted
     where the bag's partitions are; ``.compute()`` gives a
     :class:`collections.Counter`.  Outside text, reported failures and files
-    that could not be read are not counted.  For records, what
+    that could not be read are not counted: what
     ``bag.pluck("fields", []).flatten().pluck("id", None).frequencies()``
-    counts, less the ``None`` of outside text; the fields of a ``Tags`` are counted from its packed result,
-    without making them, which costs a small part of the read."""
+    counts on records, less the ``None`` of outside text."""
     return bag.reduction(_count, _add_counts)
 
 
-def _rows(items: Iterable[Any]) -> pandas.DataFrame:
-    rows = []
+# A partition's rows are numbered from its number times this, so that the
+# index is unique across partitions without counting them first.
+ROWS_PER_PARTITION = 1 << 32
+
+
+def _partition_frame(items: List[Any], number: int) -> pandas.DataFrame:
+    pairs = []
     for item in items:
-        if type(item) is Tags:
-            rows.extend((item.path, field.ident, field.number, field.description, field.text,
-                         field.id3v1) for field in item if field.kind == "field")
-        elif isinstance(item, dict):
-            rows.extend((item["path"], field["id"], field["field"], field.get("description"),
-                         field["text"], field["id3v1"])
-                        for field in item.get("fields", ()) if "id" in field)
-    frame = pandas.DataFrame.from_records(rows, columns=COLUMNS)
-    return frame.astype({"number": "int64", "id3v1": "bool"})
+        if isinstance(item, Tags):
+            pairs.append((item.path, item))
+        elif isinstance(item, BaseException):
+            pairs.append((getattr(item, "filename", None), item))
+        else:
+            pairs.append((item["path"], item))
+    return _frame.frame(pairs, number * ROWS_PER_PARTITION)
 
 
 def to_dataframe(bag: dask.bag.Bag) -> dask.dataframe.DataFrame:
-    """One row per field of a bag of :func:`scan` or :func:`scan_tags`: the
-    columns :data:`COLUMNS`.  Outside text, reported failures and files
-    that could not be read give no rows."""
-    parts = [dask.delayed(_rows)(part) for part in bag.to_delayed()]
-    return dask.dataframe.from_delayed(parts, meta=_rows([]), verify_meta=False)
+    """A Dask DataFrame of a bag of :func:`scan` or :func:`scan_tags`: one row
+    per tag field, the columns :data:`COLUMNS` (path, ident, number,
+    description, text, id3v1, error).  A file without a tag field is one
+    row whose field columns are missing; a file that could not be read (or
+    a directory that could not be listed) is one row with its error.
+    Outside text and reported failures give no rows.
+
+    The index is unique: partition ``k``'s rows are numbered from ``k *
+    2**32`` (the divisions are known).  The same rows, computed, as
+    :func:`kz_id3.to_dataframe` makes from :func:`kz_id3.read_many`, whose
+    index counts from 0."""
+    parts = [dask.delayed(_partition_frame)(part, number)
+             for number, part in enumerate(bag.to_delayed())]
+    divisions = [number * ROWS_PER_PARTITION for number in range(len(parts))]
+    divisions.append(len(parts) * ROWS_PER_PARTITION - 1)
+    return dask.dataframe.from_delayed(parts, meta=_frame.frame([]), divisions=divisions,
+                                       verify_meta=False)
