@@ -60,10 +60,8 @@ def id3v1(title="", artist="", album="", year="", comment="", genre=255):
 
 # ---- kzdump -------------------------------------------------------------------------
 def kzdump_records(paths):
-    """kzdump --json of the paths, by path, in the form of Tags.as_dict():
-    without "codes" and "strings", with "id3v1" (kzdump names the fields of
-    the trailer "ID3v1 ..."), and without "genre", the genre names that
-    kzdump adds to the raw text and the package does not."""
+    # kzdump --json in the form of Tags.as_dict(): without "codes",
+    # "strings" and the genre names kzdump adds; with "id3v1".
     lines = subprocess.run([*KZDUMP, "--json", *paths], capture_output=True, text=True).stdout
     records = {}
     for line in lines.splitlines():
@@ -79,17 +77,24 @@ def kzdump_records(paths):
 
 
 # ---- Commands -----------------------------------------------------------------------
-def run_cli(*args, as_nobody=False, **options):
-    """python3 -m kz_id3 with the arguments (str or bytes); as the user nobody
-    when asked and this process is root, so that permissions apply."""
-    def drop():
-        os.setgid(NOBODY)
-        os.setuid(NOBODY)
+def drop_to_nobody():
+    os.setgid(NOBODY)
+    os.setuid(NOBODY)
+
+
+def run_python(*args, as_nobody=False, **options):
+    """python3 -c CODE ARGS... (or -m ...), as the user nobody when asked and
+    this process is root, so that permissions apply."""
     options.setdefault("stdout", subprocess.PIPE)
     options.setdefault("stderr", subprocess.PIPE)
-    return subprocess.run([sys.executable, "-m", "kz_id3", *args],
-                          preexec_fn=drop if as_nobody and os.geteuid() == 0 else None,
+    return subprocess.run([sys.executable, "-c", *args] if args[0] != "-m" else
+                          [sys.executable, *args],
+                          preexec_fn=drop_to_nobody if as_nobody and os.geteuid() == 0 else None,
                           **options)
+
+
+def run_cli(*args, **options):
+    return run_python("-m", "kz_id3", *args, **options)
 
 
 def shared_directory():

@@ -21,8 +21,7 @@ QUEEN = tag(text_frame("TPE1", "Queen"), text_frame("TIT2", "Bicycle Race"),
             user_frame("Mood", "m-1"))
 
 
-def contents(db):
-    """Every file and field of an index, without row ids."""
+def contents(db):  # every file and field, without row ids
     with sqlite3.connect(db) as connection:
         return connection.execute(
             "SELECT path, size, mtime_ns, type, status, error, position, kind, ident, number, "
@@ -112,16 +111,13 @@ def test_names_that_are_not_utf8_are_stored_exactly(tmp_path):
     assert index.update(db, root).unchanged == 2
 
 
-V1_SCHEMA = """
-CREATE TABLE files (id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, size INTEGER NOT NULL,
-    mtime_ns INTEGER NOT NULL, type TEXT, status TEXT NOT NULL, error TEXT);
-CREATE TABLE fields (file_id INTEGER NOT NULL REFERENCES files (id) ON DELETE CASCADE,
-    position INTEGER NOT NULL, kind TEXT NOT NULL, ident TEXT NOT NULL, number INTEGER NOT NULL,
-    tag INTEGER NOT NULL, description TEXT, text TEXT NOT NULL, id3v1 INTEGER NOT NULL,
-    PRIMARY KEY (file_id, position)) WITHOUT ROWID;
-CREATE INDEX fields_by_text ON fields (ident, text);
-PRAGMA user_version = 1;
-"""
+V1_SCHEMA = """CREATE TABLE files (id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE,
+size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL, type TEXT, status TEXT NOT NULL, error TEXT);
+CREATE TABLE fields (file_id INTEGER NOT NULL REFERENCES files (id) ON DELETE CASCADE, position
+INTEGER NOT NULL, kind TEXT NOT NULL, ident TEXT NOT NULL, number INTEGER NOT NULL, tag INTEGER
+NOT NULL, description TEXT, text TEXT NOT NULL, id3v1 INTEGER NOT NULL, PRIMARY KEY (file_id,
+position)) WITHOUT ROWID; CREATE INDEX fields_by_text ON fields (ident, text);
+PRAGMA user_version = 1;"""
 
 
 def test_index_of_schema_1_is_migrated(tmp_path):
@@ -129,21 +125,17 @@ def test_index_of_schema_1_is_migrated(tmp_path):
     tree_of(root, {b"caf\xe9.mp3": ABBA, "lit\\xe9ral.mp3": QUEEN})
     db = tmp_path / "old.db"
     escaped, literal = f"{root}/caf\\xe9.mp3", f"{root}/lit\\xe9ral.mp3"
-    stamp = {name: (os.stat(os.fsencode(root) + name).st_size,
-                    os.stat(os.fsencode(root) + name).st_mtime_ns)
-             for name in (b"/caf\xe9.mp3", b"/lit\\xe9ral.mp3")}
+    rows = [(1, escaped, os.fsencode(root) + b"/caf\xe9.mp3", "ABBA"),
+            (2, literal, os.fsencode(literal), "Queen"), (7, None, None, "orphan")]
     with sqlite3.connect(db) as connection:
         connection.executescript(V1_SCHEMA)
-        connection.execute("INSERT INTO files VALUES (1, ?, ?, ?, 'ID3 Ver 2.x', 'tags', NULL)",
-                           (escaped, *stamp[b"/caf\xe9.mp3"]))
-        connection.execute("INSERT INTO files VALUES (2, ?, ?, ?, 'ID3 Ver 2.x', 'tags', NULL)",
-                           (literal, *stamp[b"/lit\\xe9ral.mp3"]))
-        connection.execute("INSERT INTO fields VALUES (1, 0, 'field', 'TPE1', 132, 1, NULL, "
-                           "'ABBA', 0)")
-        connection.execute("INSERT INTO fields VALUES (2, 0, 'field', 'TPE1', 132, 1, NULL, "
-                           "'Queen', 0)")
-        connection.execute("INSERT INTO fields VALUES (7, 0, 'field', 'TPE1', 132, 1, NULL, "
-                           "'orphan', 0)")
+        for file_id, stored, path, text in rows:
+            if stored is not None:
+                stamp = os.stat(path)
+                connection.execute("INSERT INTO files VALUES (?, ?, ?, ?, 'ID3 Ver 2.x', 'tags', "
+                                   "NULL)", (file_id, stored, stamp.st_size, stamp.st_mtime_ns))
+            connection.execute("INSERT INTO fields VALUES (?, 0, 'field', 'TPE1', 132, 1, NULL, "
+                               "?, 0)", (file_id, text))
     summary = index.update(db, root)
     assert (summary.read, summary.unchanged, summary.removed) == (0, 2, 0)
     assert paths_of(db) == [literal, os.fsencode(root) + b"/caf\xe9.mp3"]
@@ -163,14 +155,10 @@ def test_missing_root_is_an_error_that_removes_nothing(music, tmp_path):
         index.update(db, [music])
     assert (raised.value.errno, raised.value.filename) == (errno.ENOENT, str(music))
     assert contents(db) == before
-    done = run_cli("index", str(db), str(music))
-    assert (done.returncode, done.stdout) == (2, b"")
-    assert done.stderr.decode() == \
-        f"kz_id3: {music}: no such file or directory: nothing was updated\n"
-    assert not (tmp_path / "never.db").exists() and \
-        run_cli("index", str(tmp_path / "never.db"), str(music)).returncode == 2
+    done = run_cli("index", str(tmp_path / "never.db"), str(music))
+    assert (done.returncode, done.stdout, done.stderr.decode()) == \
+        (2, b"", f"kz_id3: {music}: no such file or directory: nothing was updated\n")
     assert not (tmp_path / "never.db").exists()
-    assert contents(db) == before
 
 
 def test_empty_root_is_an_error_unless_pruned(music, tmp_path):
@@ -235,14 +223,13 @@ def test_query_cases_descriptions_and_read_only(music, tmp_path):
     db = tmp_path / "i.db"
     index.update(db, music)
     abba, queen = f"{music}/abba.mp3", f"{music}/q/queen.mp3"
-    assert index.query(db, [("TPE1", "abba")]) == []
-    assert index.query(db, [("tpe1", "abba")], ignore_case=True) == [abba]
-    assert index.query(db, [("TXXX", "m-1")]) == [abba, queen]
-    assert index.query(db, [("TXXX:Mood", "m-1")]) == [queen]
-    assert index.query(db, [("TXXX:mood", "M-1")]) == []
-    assert index.query(db, [("TXXX:mood", "M-1")], ignore_case=True) == [queen]
-    assert index.query(db, [("TXXX", "m-1"), ("TPE1", "ABBA")]) == [abba]
-    assert index.query(db, {}) == [abba, f"{music}/empty.mp3", queen]
+    for terms, ignore_case, found in [
+            ([("TPE1", "abba")], False, []), ([("tpe1", "abba")], True, [abba]),
+            ([("TXXX", "m-1")], False, [abba, queen]), ([("TXXX:Mood", "m-1")], False, [queen]),
+            ([("TXXX:mood", "M-1")], False, []), ([("TXXX:mood", "M-1")], True, [queen]),
+            ([("TXXX", "m-1"), ("TPE1", "ABBA")], False, [abba]),
+            ({}, False, [abba, f"{music}/empty.mp3", queen])]:
+        assert index.query(db, terms, ignore_case=ignore_case) == found, terms
     with pytest.raises(TypeError, match="a query term is a pair of str"):
         index.query(db, ["TPE1=ABBA"])
     done = run_cli("query", "-i", "--json", str(db), "TXXX:MOOD=m-1", "tit2=BICYCLE RACE")
@@ -331,19 +318,17 @@ def test_unlisted_directory_is_named_and_kept(music, tmp_path):
 def test_command_line_usage_and_write_errors(music, tmp_path):
     for arguments in ([], [SAMPLES[0]], ["--json", SAMPLES[0]]):
         done = run_cli(*arguments)
-        assert done.returncode == 2
-        assert b"use kzdump: kzdump FILE..." in done.stderr and done.stdout == b""
+        assert (done.returncode, done.stdout, done.stderr.count(b"kzdump FILE...")) == (2, b"", 1)
     assert run_cli("--help").returncode == 0
     for arguments in (["query", "db"], ["query", "db", "TPE1"], ["index", "-j", "0", "db", "x"],
                       ["index", "--type", "65536", "db", "x"], ["index", "--type", "x", "db", "x"]):
         done = run_cli(*arguments)
         assert done.returncode == 2 and done.stderr.count(b"\n") == 1, arguments
     db = tmp_path / "i.db"
-    with open("/dev/full", "w") as full:
-        done = run_cli("index", str(db), str(music), stdout=full, stderr=subprocess.PIPE)
-    assert (done.returncode, done.stderr) == (4, b"kz_id3: write error: No space left on device\n")
-    with open("/dev/full", "w") as full:
-        done = run_cli("query", str(db), "TPE1=ABBA", stdout=full, stderr=subprocess.PIPE)
-    assert (done.returncode, done.stderr) == (4, b"kz_id3: write error: No space left on device\n")
+    for arguments in (["index", str(db), str(music)], ["query", str(db), "TPE1=ABBA"]):
+        with open("/dev/full", "w") as full:
+            done = run_cli(*arguments, stdout=full)
+        assert (done.returncode, done.stderr) == (4, b"kz_id3: write error: No space left on "
+                                                      b"device\n")
     done = run_cli("index", "--ext", "txt", "--exclude", "q", str(tmp_path / "j.db"), str(music))
     assert (done.returncode, done.stdout[:34]) == (0, b"0 files: 0 read, 0 unchanged, 0 re")
