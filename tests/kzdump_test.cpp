@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include <unistd.h>
+
 #include "id3v2/frame_walker.h"
 #include "kz_id3.h"
 #include "kz_id3_version.h"
@@ -31,7 +33,7 @@ using namespace kztest;
 // Header lines name the type detected: MPEG-1 Layer III audio after an ID3v2
 // tag, or a tag without audio.
 const std::string kType = ": MPEG-1 audio - Layer 3, ID3v2.x";
-const std::string kTagOnly = ": ID3 Ver 2.x";
+const std::string kTagOnly = ": ID3 Ver 2.x (no MPEG audio frame)";
 const Strings kTwoTags = {"  TIT2: First tag", "  TPE1: Band A", "  TIT2: Second tag", "  TALB: Other album"};
 
 RunResult Kzdump(const Strings& args) { return Run(Quoted(Strings{KZDUMP_PATH} + args)); }
@@ -347,8 +349,8 @@ TEST(Kzdump, ChoosesFieldsForCsvTsvAndText) {
     const RunResult csv = Kzdump(Strings{"--csv", "--fields", "TIT2,ID3v1:genre,118"} + files);
     EXPECT_EQ(csv.status, 0) << csv.err;
     EXPECT_EQ(Python("import csv, sys\nfor row in csv.reader(sys.stdin): print(row[2:])\n", csv.out),
-              "['TIT2', 'ID3v1:genre', '118']\n['First tag; Second tag', '', 'First tag; Second tag']\n"
-              "['Evening Song', '13 (Pop)', 'Evening Song; Evening Song']\n['a,\"b\"\\n\\tc', '', 'a,\"b\"\\n\\tc']\n");
+              "['TIT2', 'ID3v1:genre', '118']\n['First tag\\\\|Second tag', '', 'First tag\\\\|Second tag']\n"
+              "['Evening Song', '13 (Pop)', 'Evening Song\\\\|Evening Song']\n['a,\"b\"\\n\\tc', '', 'a,\"b\"\\n\\tc']\n");
     EXPECT_EQ(Kzdump({"--tsv", "--fields=TIT2", odd}).out, "path\ttype\tTIT2\n" + odd + "\tID3 Ver 2.x\ta,\"b\"\\n\\tc\n");
     const Strings corpus = AllFiles();
     const auto kept = [](const std::string& text, bool all) {
@@ -386,6 +388,189 @@ TEST(Kzdump, TracesEveryHostCall) {
                        "SOSetSectionFlags(0x8000)", "SOBeginTag(0xA0010004, 1, {118})",
                        "SOOutChar(0x0046)"}));
     EXPECT_EQ(lines.back(), "SOOutBreak(2, 0) = 0");
+}
+
+// ---- Nothing skipped in silence, every input checked -----------------------------
+
+// Arguments (run in the test's directory, `in` on standard input) against
+// the exact output, exit status and error lines ('*': any characters).
+struct Case {
+    std::string command;  // shell words after kzdump
+    std::string out;
+    int status = 0;
+    Strings err = {};
+};
+
+void CheckCases(const std::string& directory, const std::vector<Case>& cases, const std::string& prefix = "") {
+    for (const Case& c : cases) {
+        const RunResult run = kztest::Run("cd" + Quoted({directory}) + " && " + prefix + Quoted({KZDUMP_PATH}) + " " + c.command);
+        EXPECT_EQ(run.out, c.out) << c.command;
+        EXPECT_EQ(run.status, c.status) << c.command << "\n" << run.err;
+        const Strings lines = Lines(run.err);
+        EXPECT_EQ(lines.size(), c.err.size()) << c.command << "\n" << run.err;
+        for (size_t i = 0; i < std::min(lines.size(), c.err.size()); ++i)
+            EXPECT_TRUE(Matches(lines[i], c.err[i])) << c.command << "\n" << lines[i] << " / " << c.err[i];
+    }
+}
+
+// A walk names each directory it cannot read where it stands, goes on, and
+// ends with status 3.  Root reads a directory of mode 000, so the run is
+// made as the user nobody when the test runs as root.
+TEST(Kzdump, WalksReportEveryDirectoryTheyCannotRead) {
+    TempDir dir;
+    const Bytes tagged = Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'})));
+    dir.Write("t/b/x.mp3", tagged);
+    dir.Write("t/z.mp3", tagged);
+    dir.Write("after.mp3", tagged);
+    fs::create_directories(dir.path / "t/a_locked");
+    fs::create_directories(dir.path / "empty/sub");
+    dir.Write("empty/notes.txt", "text");
+    fs::permissions(dir.path, fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
+    fs::permissions(dir.path / "t/a_locked", fs::perms::none);
+    const std::string header = kTagOnly + "\n  TIT2: x\n";
+    const std::string locked = "kzdump: t/a_locked: cannot read the directory: Permission denied";
+    CheckCases(dir.path.string(),
+               {
+                   {"-r t after.mp3", "t/b/x.mp3" + header + "t/z.mp3" + header + "after.mp3" + header, 3, {locked}},
+                   {"--stats -r --json t",
+                    "{\"path\":\"t/a_locked\",\"error\":\"cannot read the directory: Permission denied\"}\n"
+                    "{\"path\":\"t/b/x.mp3\",\"status\":0,\"type\":\"ID3 Ver 2.x\",\"fields\":[{\"tag\":1,\"field\":118,"
+                    "\"id\":\"TIT2\",\"text\":\"x\",\"strings\":[]}],\"end\":true}\n"
+                    "{\"path\":\"t/z.mp3\",\"status\":0,\"type\":\"ID3 Ver 2.x\",\"fields\":[{\"tag\":1,\"field\":118,"
+                    "\"id\":\"TIT2\",\"text\":\"x\",\"strings\":[]}],\"end\":true}\n",
+                    3, {locked, "kzdump: 3 files, 2 tagged, 1 not read, 2 fields, * s"}},
+                   {"--stats -r --ext mp3 empty", "", 0,
+                    {"kzdump: empty: no file found in the walk", "kzdump: 0 files, 0 tagged, 0 not read, 0 fields, * s"}},
+                   {"-r --exclude b --exclude 'a_*' --exclude '*.txt' t empty", "t/z.mp3" + header, 0},
+               },
+               ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : "");
+    fs::permissions(dir.path / "t/a_locked", fs::perms::owner_all);
+}
+
+// Path lists must be regular files or pipes, read to their end; standard
+// input is one file ("-") held in memory up to a limit, and read once.
+TEST(Kzdump, ChecksPathListsAndStandardInput) {
+    TempDir dir;
+    dir.Write("a.mp3", Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'}))));
+    dir.Write("list", "a.mp3\n");
+    dir.Write("notes.txt", "hello\n");
+    fs::create_directory(dir.path / "folder");
+    const std::string header = "a.mp3" + kTagOnly + "\n  TIT2: x\n";
+    CheckCases(dir.path.string(),
+               {
+                   {"-@ folder a.mp3", "", 2, {"kzdump: cannot read the path list folder: Is a directory"}},
+                   {"-@ missing", "", 2, {"kzdump: cannot read the path list missing: No such file or directory"}},
+                   {"-@ /dev/null", "", 2, {"kzdump: cannot read the path list /dev/null: not a regular file or a pipe"}},
+                   {"-0 -@ /proc/self/mem a.mp3", header, 3,
+                    {"kzdump: /proc/self/mem: cannot read the path list: Input/output error"}},
+                   {"--json -0 -@ /proc/self/mem",
+                    "{\"path\":\"/proc/self/mem\",\"error\":\"cannot read the path list: Input/output error\"}\n", 3,
+                    {"kzdump: /proc/self/mem: cannot read the path list: Input/output error"}},
+                   {"-@ - < list", header, 0},
+                   {"-@ - < folder", "", 2, {"kzdump: cannot read the path list -: Is a directory"}},
+                   {"- < a.mp3", "-" + kTagOnly + "\n  TIT2: x\n", 0},
+                   {"--stdin-limit 22 - < a.mp3", "-" + kTagOnly + "\n  TIT2: x\n", 0},
+                   {"--stdin-limit 21 - < a.mp3", "", 3,
+                    {"kzdump: -: standard input holds more than 21 bytes (see --stdin-limit)"}},
+                   {"--stdin-limit 1K --trace - < notes.txt", "# -\n# VwStreamOpen = 51, type \"MPEG-1 audio - Layer 3\"\n", 1,
+                    {"kzdump: -: nothing to read: the file holds no tag the module reads"}},
+                   {"- -@ - < a.mp3", "", 2, {"kzdump: standard input can be read only once ('-' and '-@ -') *"}},
+                   {"- - < a.mp3", "", 2, {"kzdump: standard input can be read only once *"}},
+                   {"--stdin-limit 4G - < a.mp3", "", 2, {"kzdump: bad number for --stdin-limit: '4G' *"}},
+                   {"--stdin-limit 0 - < a.mp3", "", 2, {"kzdump: bad number for --stdin-limit: '0' *"}},
+                   // No MPEG audio frame: the header line says so, and the
+                   // module still gets the type detection chose.
+                   {"notes.txt", "notes.txt: MPEG-1 audio - Layer 3 (no MPEG audio frame): no tags\n", 1,
+                    {"kzdump: notes.txt: nothing to read: *"}},
+                   {"--type 1710 -q notes.txt", "notes.txt: MPEG-1 audio - Layer 3: no tags\n", 1},
+               });
+}
+
+// --fields: names in any case, spaces around them ignored, every name
+// checked; --ext entries in three spellings, every entry checked.
+TEST(Kzdump, ChecksFieldNamesAndExtensions) {
+    TempDir dir;
+    dir.Write("a.MP3", Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'}))));
+    dir.Write("b.mpa", Tag(3, Frame(3, "TIT2", Raw({0x00, 'y'}))));
+    dir.Write("c.flac", Tag(3, Frame(3, "TIT2", Raw({0x00, 'z'}))));
+    const std::string v23 = Sample("v23_utf16.mp3"), people = Sample("v23_people_lyrics.mp3"), v24 = Sample("v24_with_id3v1.mp3");
+    std::vector<Case> cases = {
+        {"--csv --fields ' tit2 ,TT2,id3v1:TITLE,ID3V1 artist, txxx:mood,WXXX:homepage,wxx,ipls, 118 ,624'" +
+             Quoted({v23, people, v24}),
+         "path,type,TIT2,TT2,ID3v1:title,ID3v1:artist,TXXX:mood,WXXX:homepage,WXX,IPLS,118,624\r\n" + v23 +
+             ",\"MPEG-1 audio - Layer 3, ID3v2.x\",Caf\u00E9 \u00DCn\u00EFcode,Caf\u00E9 \u00DCn\u00EFcode,,,calm,"
+             "http://example.com/,calm\\|http://example.com/,,Caf\u00E9 \u00DCn\u00EFcode,\r\n" +
+             people + ",\"MPEG-1 audio - Layer 3, ID3v2.x\",Credits,Credits,,,,,,producer Ann mixer Bob ,Credits,\r\n" + v24 +
+             ",\"MPEG-1 audio - Layer 3, ID3v2.x\",Evening Song,Evening Song,Evening Song,The Testers,,,,,"
+             "Evening Song\\|Evening Song,\r\n"},
+        {"--fields 'txxx:TEMPO' " + Quoted({v23}), v23 + kType + "\n  TXXX \"TEMPO\": andante\n"},
+        {"-r --ext ' MP3, *.mpa ,.Mp2' .", "./a.MP3" + kTagOnly + "\n  TIT2: x\n./b.mpa" + kTagOnly + "\n  TIT2: y\n"},
+    };
+    const std::string listed = Kzdump({"--list-fields"}).out;
+    for (const std::string line : {"  118  TIT2  TT2  Title\n", "   78  APIC       Attached picture\n",
+                                   "  IPLS  IPL  ", "  TXXX  TXX  ", " ID3v1:title ID3v1:artist ID3v1:album ID3v1:year "
+                                   "ID3v1:comment ID3v1:track ID3v1:genre\n"})
+        EXPECT_NE(listed.find(line), std::string::npos) << line;
+    for (const std::string bad : {"XXXX", "99999999999", "ID3v1:bogus", "TIT2:x", "88", "162", "0", "499", "IPLS:x", "tit"}) {
+        cases.push_back({"--fields 'tit2, TIT2 ," + bad + ",TPE1' a.MP3", "", 2,
+                         {"kzdump: --fields: unknown field '" + bad + "' (kzdump --list-fields lists them)"}});
+    }
+    for (const std::string empty : {"", "TIT2,", ",TIT2", "TIT2, ,TPE1"})
+        cases.push_back({"--fields '" + empty + "' a.MP3", "", 2, {"kzdump: --fields has an empty name (see kzdump --help)"}});
+    for (const std::string bad : {"", "mp3,", "*.", ".", "a.b", "m*", "mp 3", "x/y", "[m]"})
+        cases.push_back({"-r --ext '" + bad + "' .", "", 2, {"kzdump: --ext: bad extension '*' (as mp3, .mp3 or *.mp3) *"}});
+    cases.push_back({"-r --exclude '' .", "", 2, {"kzdump: --exclude needs a pattern (see kzdump --help)"}});
+    CheckCases(dir.path.string(), cases);
+}
+
+// CSV and TSV: one escape rule for every cell, so that joined values, NULs
+// (a single-byte TXXX value keeps its terminator) and paths that are not
+// UTF-8 all come back exactly; the text output escapes paths as values.
+// The TXXX frame is the fourth: its field and tag number is 500 + 4.
+TEST(Kzdump, TablesAndTextKeepEveryValueAndPathApart) {
+    TempDir dir;
+    const Bytes tag = Tag(3, Frame(3, "TIT2", Raw({0}) + Latin1("A")) + Frame(3, "TIT2", Raw({0}) + Latin1("B; C")) +
+                                 Frame(3, "TIT2", Raw({0}) + Latin1("D\\|E\tF")) +
+                                 Frame(3, "TXXX", Raw({0}) + Latin1("gain") + Raw({0}) + Latin1("-1.80 dB") + Raw({0})));
+    dir.Write("odd\xFF,.mp3", tag);
+    dir.Write("a\nb.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 'n'}))));
+    dir.Write("a\\x0Ab.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 'l'}))));
+    const std::string type = "ID3 Ver 2.x";
+    CheckCases(dir.path.string(),
+               {
+                   {"--csv --fields TIT2,TXXX:GAIN odd*",
+                    "path,type,TIT2,TXXX:GAIN\r\n\"odd\\xFF,.mp3\"," + type + ",A\\|B; C\\|D\\\\|E\tF,-1.80 dB\\0\r\n"},
+                   {"--tsv --fields TIT2,TXXX:GAIN odd*",
+                    "path\ttype\tTIT2\tTXXX:GAIN\nodd\\xFF,.mp3\t" + type + "\tA\\|B; C\\|D\\\\|E\\tF\t-1.80 dB\\0\n"},
+                   {"--json --fields txxx odd*",
+                    "{\"path\":\"odd\uFFFD,.mp3\",\"path_base64\":\"b2Rk/ywubXAz\",\"status\":0,\"type\":\"" + type +
+                        "\",\"fields\":[{\"tag\":504,\"field\":504,\"id\":\"TXXX/WXXX\",\"description\":\"gain\","
+                        "\"text\":\"-1.80 dB\\u0000\",\"strings\":[{\"tag\":504,\"text\":\"gain\"}]}],\"end\":true}\n"},
+                   {"a*", "a\\x0Ab.mp3" + kTagOnly + "\n  TIT2: n\na\\\\x0Ab.mp3" + kTagOnly + "\n  TIT2: l\n"},
+                   {"missing\\\\x0A 'new\nline'", "", 3,
+                    {"kzdump: missing\\\\x0A: No such file or directory", "kzdump: new\\x0Aline: No such file or directory"}},
+               });
+}
+
+// SIGINT and SIGTERM: the file being read is finished and written whole,
+// no other is begun, the progress line is cleared, and kzdump ends by the
+// signal.  The path list stays open, so kzdump waits on it when the signal
+// comes.
+TEST(Kzdump, StopsBetweenFilesOnSigintAndSigterm) {
+    TempDir dir;
+    dir.Write("a.mp3", Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'}))));
+    for (const std::string signal : {"INT", "TERM"}) {
+        const RunResult run = kztest::Run(
+            "cd" + Quoted({dir.path.string()}) +
+            " && { { sh -c 'echo $$ > writer; echo a.mp3; sleep 0.7; echo a.mp3; exec sleep 5' | " + Quoted({KZDUMP_PATH}) +
+            " --progress -@ - 2>progress & sleep 1.2; kill -" + signal +
+            " $!; kill $(cat writer); wait $!; echo status $?; } 2>/dev/null; cat progress >&2; }");
+        const std::string record = "a.mp3" + kTagOnly + "\n  TIT2: x\n";
+        EXPECT_EQ(run.out, record + record + "status " + (signal == "INT" ? "130" : "143") + "\n") << signal;
+        const std::string line = run.err.substr(std::min<size_t>(1, run.err.size()), run.err.find('\r', 1) - 1);
+        EXPECT_TRUE(Matches(line, "2 files, * files/s, 44 B, 0 errors")) << run.err;
+        EXPECT_EQ(run.err, "\r" + line + "\r" + std::string(line.size(), ' ') + "\r") << signal;
+    }
 }
 
 // ---- Equal outputs -------------------------------------------------------------------

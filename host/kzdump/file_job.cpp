@@ -1,11 +1,14 @@
 #include "file_job.h"
 
 #include "genre.h"
+#include "interrupt.h"
 #include "render.h"
 
 #include <cerrno>
 #include <cstring>
 #include <vector>
+
+#include <unistd.h>
 
 namespace kzdump {
 
@@ -26,17 +29,20 @@ public:
         kz_host_file_info_init(&info_);
     }
 
-    // Reads the file; the kit's status.
-    int Read(kz_host_reader* reader) {
+    // Reads the file, or `data` when it is not null; the kit's status.
+    int Read(kz_host_reader* reader, const std::string* data) {
         kz_host_read_options read;
         kz_host_read_options_init(&read);
         read.file_type = options_.fileType;
         read.stop_every = options_.stopEvery;
         if (options_.codes) read.flags |= KZ_HOST_READ_CODES;
         if (options_.mode == OutputMode::Trace) {
-            return kz_host_trace_file(reader, path_.c_str(), &read, &OnCall, this, &info_);
+            return data != nullptr ? kz_host_trace_memory(reader, data->data(), data->size(), &read, &OnCall, this, &info_)
+                                   : kz_host_trace_file(reader, path_.c_str(), &read, &OnCall, this, &info_);
         }
-        const int status = kz_host_read_file(reader, path_.c_str(), &read, &OnField, this, &info_);
+        const int status = data != nullptr
+                               ? kz_host_read_memory(reader, data->data(), data->size(), &read, &OnField, this, &info_)
+                               : kz_host_read_file(reader, path_.c_str(), &read, &OnField, this, &info_);
         if (started_ || status == KZ_HOST_OK || status == KZ_HOST_NOTHING_TO_READ ||
             status == KZ_HOST_ERROR_UNFINISHED) {
             Start();
@@ -52,15 +58,10 @@ public:
     size_t Shown() const { return shown_; }
 
 private:
-    // Whether choice `i` takes the field; every field when none is chosen.
-    bool Takes(size_t i, const kz_host_field& field) const {
-        const FieldChoice& choice = options_.fields[i];
-        if (field.kind != KZ_HOST_ITEM_FIELD) return false;
-        return choice.number != 0 ? choice.number == field.number : choice.ident == field.ident;
-    }
+    // Whether a choice takes the field; every field when none is chosen.
     bool Chosen(const kz_host_field& field) const {
-        for (size_t i = 0; i < options_.fields.size(); ++i)
-            if (Takes(i, field)) return true;
+        for (const FieldChoice& choice : options_.fields)
+            if (choice.Takes(field)) return true;
         return options_.fields.empty();
     }
 
@@ -80,10 +81,11 @@ private:
             }
         }
         if (self->table_) {
+            const bool tsv = self->options_.mode == OutputMode::Tsv;
             for (size_t i = 0; i < self->cells_.size(); ++i) {
-                if (!self->Takes(i, *field)) continue;
+                if (!self->options_.fields[i].Takes(*field)) continue;
                 if (self->counts_[i]++ != 0) self->cells_[i] += kValueSeparator;
-                self->cells_[i].append(named.text, named.text_len);
+                AppendTableText(TextOf(named.text, named.text_len), tsv, self->cells_[i]);
             }
             return 0;
         }
@@ -131,9 +133,31 @@ private:
     bool first_ = true;
     size_t shown_ = 0;
     const bool table_;
-    std::vector<std::string> cells_;  // CSV and TSV: the values of each column
+    std::vector<std::string> cells_;  // CSV and TSV: the escaped values of each column
     std::vector<size_t> counts_;
 };
+
+// Standard input, whole, into `data`; false with the reason when it cannot
+// be read or holds more than `limit` bytes.
+bool ReadStandardInput(uint64_t limit, std::string& data, std::string& reason) {
+    constexpr size_t kChunk = 64 * 1024;
+    for (;;) {
+        const size_t size = data.size();
+        data.resize(size + kChunk);
+        const ssize_t length = ::read(STDIN_FILENO, data.data() + size, kChunk);
+        data.resize(size + (length > 0 ? static_cast<size_t>(length) : 0));
+        if (length < 0 && errno == EINTR && StopSignal() == 0) continue;
+        if (length < 0) {
+            reason = std::strerror(errno);
+            return false;
+        }
+        if (data.size() > limit) {
+            reason = "standard input holds more than " + std::to_string(limit) + " bytes (see --stdin-limit)";
+            return false;
+        }
+        if (length == 0) return true;
+    }
+}
 
 std::string Reason(int status, const kz_host_file_info& info) {
     if (status == KZ_HOST_ERROR_IO && info.errno_value != 0) return std::strerror(info.errno_value);
@@ -167,8 +191,16 @@ FileOutcome DoJob(const Options& options, OrderedOutput& output, kz_host_reader*
         ReportError(job.path, readerError, options, true, out, err);
         return outcome;
     }
+    std::string data;
+    if (job.standardInput) {
+        std::string reason;
+        if (!ReadStandardInput(options.stdinLimit, data, reason)) {
+            ReportError(job.path, reason, options, true, out, err);
+            return outcome;
+        }
+    }
     FileJob file(options, output, index, job.path, out);
-    const int read = file.Read(reader);
+    const int read = file.Read(reader, job.standardInput ? &data : nullptr);
     outcome.shown = file.Shown();
     outcome.bytes = file.Info().size;
     if (read == KZ_HOST_OK) {

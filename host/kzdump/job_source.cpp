@@ -1,9 +1,13 @@
 #include "job_source.h"
 
-#include <cstdlib>
+#include "interrupt.h"
+
+#include <cerrno>
 #include <cstring>
 
+#include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace kzdump {
 
@@ -14,60 +18,102 @@ bool IsDirectory(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+constexpr size_t kListChunk = 64 * 1024;
+
 }  // namespace
 
-bool CountPaths(FILE* list, char separator, size_t& count) {
+bool CountPaths(int list, char separator, size_t& count) {
     struct stat status;
-    const long start = std::ftell(list);
-    if (start < 0 || ::fstat(::fileno(list), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    off_t at = ::lseek(list, 0, SEEK_CUR);
+    if (at < 0 || ::fstat(list, &status) != 0 || !S_ISREG(status.st_mode)) return false;
     count = 0;
     bool inPath = false;
-    char buffer[64 * 1024];
-    for (size_t length; (length = std::fread(buffer, 1, sizeof buffer, list)) > 0;) {
-        for (size_t i = 0; i < length; ++i) {
+    char buffer[kListChunk];
+    for (ssize_t length; (length = ::pread(list, buffer, sizeof buffer, at)) != 0; at += length) {
+        if (length < 0) return false;
+        for (ssize_t i = 0; i < length; ++i) {
             const bool between = buffer[i] == separator;
             if (!between && !inPath) ++count;
             inPath = !between;
         }
     }
-    const bool read = !std::ferror(list);
-    return std::fseek(list, start, SEEK_SET) == 0 && read;
+    return true;
 }
 
-JobSource::JobSource(std::vector<Input> inputs, bool recursive, char listSeparator,
-                     std::vector<std::string> extensions)
-    : inputs_(std::move(inputs)),
-      recursive_(recursive),
-      listSeparator_(listSeparator),
-      extensions_(std::move(extensions)) {
-    for (const std::string& extension : extensions_) extensionPointers_.push_back(extension.c_str());
+JobSource::JobSource(std::vector<Input> inputs, bool recursive, char listSeparator, const WalkFilter& filter)
+    : inputs_(std::move(inputs)), recursive_(recursive), listSeparator_(listSeparator) {
+    for (const std::string& extension : filter.extensions) extensions_.push_back(extension.c_str());
+    for (const std::string& pattern : filter.excludes) excludes_.push_back(pattern.c_str());
 }
 
-JobSource::~JobSource() {
-    kz_host_walk_free(walk_);
-    std::free(line_);
+JobSource::~JobSource() { kz_host_walk_free(walk_); }
+
+bool JobSource::Counted() {
+    ++given_;
+    return true;
 }
 
 bool JobSource::Next(Job& job) {
     job.error.clear();
-    for (;;) {
+    job.standardInput = false;
+    while (StopSignal() == 0) {
         if (FromWalk(job)) return true;
         if (nextInput_ == inputs_.size()) return false;
         Input& input = inputs_[nextInput_];
-        if (input.list == nullptr) {
+        if (input.list < 0) {
             ++nextInput_;
+            if (input.path == "-") {
+                job.path = "-";
+                job.standardInput = true;
+                return Counted();
+            }
             if (FromPath(std::move(input.path), job)) return true;
             continue;
         }
-        const ssize_t length = ::getdelim(&line_, &lineCapacity_, listSeparator_, input.list);
-        if (length < 0) {
-            ++nextInput_;
+        std::string path;
+        const int read = ReadLine(input.list, path);
+        if (read == 1) {
+            // Blank lines are no paths.
+            if (!path.empty() && FromPath(std::move(path), job)) return true;
             continue;
         }
-        std::string path(line_, static_cast<size_t>(length));
-        if (!path.empty() && path.back() == listSeparator_) path.pop_back();
-        // Blank lines are no paths.
-        if (!path.empty() && FromPath(std::move(path), job)) return true;
+        if (read == -2) return false;
+        ++nextInput_;
+        listBuffer_.clear();
+        listStart_ = 0;
+        listEnded_ = false;
+        if (read == -1) {
+            job.path = input.path;
+            job.error = std::string("cannot read the path list: ") + std::strerror(errno);
+            return Counted();
+        }
+    }
+    return false;
+}
+
+int JobSource::ReadLine(int list, std::string& line) {
+    for (;;) {
+        const size_t end = listBuffer_.find(listSeparator_, listStart_);
+        if (end != std::string::npos || (listEnded_ && listStart_ < listBuffer_.size())) {
+            const size_t stop = end != std::string::npos ? end : listBuffer_.size();
+            line.assign(listBuffer_, listStart_, stop - listStart_);
+            listStart_ = stop + 1;
+            return 1;
+        }
+        if (listEnded_) return 0;
+        listBuffer_.erase(0, listStart_);
+        listStart_ = 0;
+        // A pipe may keep the list waiting: a stop signal ends the wait.
+        pollfd waits[2] = {{list, POLLIN, 0}, {StopWakeDescriptor(), POLLIN, 0}};
+        if (::poll(waits, waits[1].fd < 0 ? 1 : 2, -1) < 0 && errno != EINTR) return -1;
+        if (StopSignal() != 0) return -2;
+        if ((waits[0].revents & (POLLIN | POLLHUP | POLLERR)) == 0) continue;
+        const size_t size = listBuffer_.size();
+        listBuffer_.resize(size + kListChunk);
+        const ssize_t length = ::read(list, listBuffer_.data() + size, kListChunk);
+        listBuffer_.resize(size + (length > 0 ? static_cast<size_t>(length) : 0));
+        if (length == 0) listEnded_ = true;
+        if (length < 0 && errno != EINTR && errno != EAGAIN) return -1;
     }
 }
 
@@ -78,40 +124,43 @@ bool JobSource::FromPath(std::string path, Job& job) {
     if (recursive_ && IsDirectory(path)) {
         kz_host_walk_options options;
         kz_host_walk_options_init(&options);
-        options.extensions = extensionPointers_.data();
-        options.extension_count = extensionPointers_.size();
+        options.extensions = extensions_.data();
+        options.extension_count = extensions_.size();
+        options.excludes = excludes_.data();
+        options.exclude_count = excludes_.size();
         if (kz_host_walk_new(path.c_str(), &options, &walk_) == KZ_HOST_OK) {
             walkRoot_ = std::move(path);
+            walkFiles_ = 0;
             return false;
         }
         job.error = kz_host_strerror(KZ_HOST_ERROR_NO_MEMORY);
     }
     job.path = std::move(path);
-    ++given_;
-    return true;
+    return Counted();
 }
 
 bool JobSource::FromWalk(Job& job) {
     if (walk_ == nullptr) return false;
     const kz_host_walk_entry* entry = nullptr;
     const int status = kz_host_walk_next(walk_, &entry);
+    if (status == KZ_HOST_OK) {
+        job.path.assign(entry->path, entry->path_len);
+        if (entry->error != 0) {
+            job.error = std::string("cannot read the directory: ") + std::strerror(entry->error);
+        } else {
+            ++walkFiles_;
+        }
+        return Counted();
+    }
+    kz_host_walk_free(walk_);
+    walk_ = nullptr;
     if (status == KZ_HOST_WALK_END) {
-        kz_host_walk_free(walk_);
-        walk_ = nullptr;
+        if (walkFiles_ == 0) emptyWalks_.push_back(walkRoot_);
         return false;
     }
-    if (status != KZ_HOST_OK) {
-        job.path = walkRoot_;
-        job.error = kz_host_strerror(status);
-        kz_host_walk_free(walk_);
-        walk_ = nullptr;
-        ++given_;
-        return true;
-    }
-    job.path.assign(entry->path, entry->path_len);
-    if (entry->error != 0) job.error = std::string("cannot read the directory: ") + std::strerror(entry->error);
-    ++given_;
-    return true;
+    job.path = walkRoot_;
+    job.error = kz_host_strerror(status);
+    return Counted();
 }
 
 }  // namespace kzdump

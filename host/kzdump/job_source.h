@@ -5,7 +5,6 @@
 
 #include "kz_host.h"
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -14,50 +13,66 @@ namespace kzdump {
 // A path, or an open list of paths (one a line, or NUL-separated).
 struct Input {
     std::string path;
-    FILE* list = nullptr;
+    int list = -1;  // the list's descriptor; -1: `path` is a path
 };
 
-// The paths a list holds from where it stands, blank lines left out, when it
-// is a regular file: it is read through and put back where it stood.  False
-// for a pipe or a terminal, which can be read only once.
-bool CountPaths(FILE* list, char separator, size_t& count);
+// The paths a list that is a regular file holds from where it stands,
+// blank lines left out; false for a pipe or when it cannot be read.
+bool CountPaths(int list, char separator, size_t& count);
 
-// A file to read, or a path that cannot be read, with the reason.
+// A file to read (standard input for "-" on the command line), or a path
+// that cannot be read, with the reason.
 struct Job {
     std::string path;
     std::string error;
+    bool standardInput = false;
+};
+
+// What the walks take and leave out (see kz_host_walk_options).
+struct WalkFilter {
+    std::vector<std::string> extensions;
+    std::vector<std::string> excludes;
 };
 
 // Gives the jobs one by one, in order: each input in turn; with `recursive`,
-// a directory gives the files under it in the order of the kit's walk,
-// filtered by `extensions` (without the dot).
+// a directory gives the files under it in the order of the kit's walk, and
+// a directory the walk cannot read gives a job with its error in its place.
 class JobSource {
 public:
-    JobSource(std::vector<Input> inputs, bool recursive, char listSeparator,
-              std::vector<std::string> extensions);
+    JobSource(std::vector<Input> inputs, bool recursive, char listSeparator, const WalkFilter& filter);
     ~JobSource();
     JobSource(const JobSource&) = delete;
     JobSource& operator=(const JobSource&) = delete;
 
-    // The next job; false when there is none left.
+    // The next job; false when there is none left or a stop signal came.
     bool Next(Job& job);
     // Jobs given so far.
     size_t Given() const { return given_; }
+    // The directories whose walk found no file.
+    const std::vector<std::string>& EmptyWalks() const { return emptyWalks_; }
 
 private:
     bool FromPath(std::string path, Job& job);
     bool FromWalk(Job& job);
+    // The next path of the list being read: 1, 0 at its end, -1 on an
+    // error (errno set), -2 when a stop signal came.
+    int ReadLine(int list, std::string& line);
+    // Counts the job given.
+    bool Counted();
 
     std::vector<Input> inputs_;
     size_t nextInput_ = 0;
     bool recursive_;
     char listSeparator_;
-    std::vector<std::string> extensions_;
-    std::vector<const char*> extensionPointers_;
+    std::vector<const char*> extensions_;
+    std::vector<const char*> excludes_;
     kz_host_walk* walk_ = nullptr;
     std::string walkRoot_;
-    char* line_ = nullptr;
-    size_t lineCapacity_ = 0;
+    size_t walkFiles_ = 0;
+    std::vector<std::string> emptyWalks_;
+    std::string listBuffer_;  // bytes of the list read and not yet given
+    size_t listStart_ = 0;
+    bool listEnded_ = false;
     size_t given_ = 0;
 };
 

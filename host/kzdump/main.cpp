@@ -3,7 +3,9 @@
 // engine does, and shows what the module delivers.  This file is the run:
 // options, workers, the order of the output, the summary.
 #include "kz_host.h"
+#include "field_choice.h"
 #include "file_job.h"
+#include "interrupt.h"
 #include "job_source.h"
 #include "options.h"
 #include "ordered_output.h"
@@ -20,6 +22,8 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kzdump {
@@ -39,10 +43,10 @@ struct Run {
     ProgressLine& progress;
     OrderedOutput output;
 
-    // The next job and its number; false when none is left or the output
-    // has failed.
+    // The next job and its number; false when none is left, the output has
+    // failed or a stop signal came.
     bool Take(Job& job, size_t& index) {
-        if (output.Failed()) return false;
+        if (output.Failed() || StopSignal() != 0) return false;
         std::lock_guard<std::mutex> lock(sourceMutex);
         index = source.Given();
         return source.Next(job);
@@ -90,20 +94,34 @@ void Worker(Run& run) {
 }
 
 // The inputs, each path list open; false, with the reason on stderr, when
-// one cannot be opened.
+// one cannot be opened or is neither a regular file nor a pipe.
 bool OpenLists(const Options& options, std::vector<Input>& inputs) {
     for (const Argument& argument : options.paths) {
-        Input& input = inputs.emplace_back(Input{argument.path, nullptr});
+        Input& input = inputs.emplace_back(Input{argument.path, -1});
         if (!argument.list) continue;
-        input.list = argument.path == "-" ? stdin : std::fopen(argument.path.c_str(), "rb");
-        if (input.list == nullptr) {
+        input.list = argument.path == "-" ? ::dup(STDIN_FILENO) : ::open(argument.path.c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat status;
+        const char* reason = nullptr;
+        if (input.list < 0 || ::fstat(input.list, &status) != 0) {
+            reason = std::strerror(errno);
+        } else if (S_ISDIR(status.st_mode)) {
+            reason = std::strerror(EISDIR);
+        } else if (!S_ISREG(status.st_mode) && !S_ISFIFO(status.st_mode)) {
+            reason = "not a regular file or a pipe";
+        }
+        if (reason != nullptr) {
             std::string line = "kzdump: cannot read the path list ";
             AppendPrintable(argument.path, line);
-            std::fprintf(stderr, "%s: %s\n", line.c_str(), std::strerror(errno));
+            std::fprintf(stderr, "%s: %s\n", line.c_str(), reason);
             return false;
         }
     }
     return true;
+}
+
+void CloseLists(const std::vector<Input>& inputs) {
+    for (const Input& input : inputs)
+        if (input.list >= 0) ::close(input.list);
 }
 
 // On a terminal the line is drawn unless --quiet is given; elsewhere, or
@@ -125,7 +143,7 @@ void CountJobs(const Options& options, const std::vector<Input>& inputs, Progres
     size_t total = 0;
     for (const Input& input : inputs) {
         size_t count = 1;
-        if (input.list != nullptr && !CountPaths(input.list, options.listSeparator, count)) return;
+        if (input.list >= 0 && !CountPaths(input.list, options.listSeparator, count)) return;
         total += count;
     }
     progress.SetTotal(total);
@@ -146,11 +164,15 @@ int Main(int argc, char** argv) {
     Options options;
     std::string error;
     if (!ParseOptions(argc, argv, options, error)) {
-        std::fprintf(stderr, "kzdump: %s (see kzdump --help)\n", error.c_str());
+        std::fprintf(stderr, "kzdump: %s\n", error.c_str());
         return kBadUsage;
     }
     if (options.help) {
         std::fputs(HelpText(), stdout);
+        return Flushed(kAllRead);
+    }
+    if (options.listFields) {
+        std::fputs(FieldNames().c_str(), stdout);
         return Flushed(kAllRead);
     }
     if (options.version) std::printf("kzdump (kz_id3) %s\n", KZ_HOST_VERSION_STRING);
@@ -172,9 +194,11 @@ int Main(int argc, char** argv) {
 
     std::vector<Input> inputs;
     if (!OpenLists(options, inputs)) {
+        CloseLists(inputs);
         kz_host_reader_free(reader);
         return kBadUsage;
     }
+    CatchStopSignals();
     // No more workers than files, where the number is known.
     const bool listed = options.recursive || std::any_of(options.paths.begin(), options.paths.end(),
                                                          [](const Argument& a) { return a.list; });
@@ -182,7 +206,8 @@ int Main(int argc, char** argv) {
     const auto start = std::chrono::steady_clock::now();
     ProgressLine progress(ShowsProgress(options), ::isatty(STDOUT_FILENO), start);
     if (progress.Shown()) CountJobs(options, inputs, progress);
-    JobSource source(inputs, options.recursive, options.listSeparator, options.extensions);
+    JobSource source(inputs, options.recursive, options.listSeparator,
+                     WalkFilter{options.extensions, options.excludes});
     Run run{options, source, {}, progress, OrderedOutput(workers, progress)};
     if (options.mode == OutputMode::Csv || options.mode == OutputMode::Tsv) {
         std::vector<std::string> columns;
@@ -197,14 +222,23 @@ int Main(int argc, char** argv) {
     Work(run, reader, readerError);
     for (std::thread& thread : threads) thread.join();
     kz_host_reader_free(reader);
-    for (const Input& input : inputs)
-        if (input.list != nullptr && input.list != stdin) std::fclose(input.list);
+    CloseLists(inputs);
     progress.Clear();
-    if (const int written = run.output.Flush(); written != 0) {
+    const int written = run.output.Flush();
+    if (written != 0) {
         ReportWriteError(written);
         return kWriteError;
     }
+    if (StopSignal() != 0) {
+        std::fflush(stderr);
+        RaiseStopSignal();
+    }
     if (options.stats) {
+        for (const std::string& root : source.EmptyWalks()) {
+            std::string line = "kzdump: ";
+            AppendPrintable(root, line);
+            std::fprintf(stderr, "%s: no file found in the walk\n", line.c_str());
+        }
         const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
         std::fprintf(stderr, "kzdump: %zu files, %zu tagged, %zu not read, %zu fields, %.2f s\n", source.Given(),
                      run.tagged.load(), run.notRead.load(), run.fields.load(), elapsed.count());

@@ -15,7 +15,7 @@ constexpr unsigned kMaxJobs = 256;
 // The values getopt_long returns for options without a short form.
 enum LongOnly : int {
     kVersion = 256, kJson, kTrace, kCodes, kExt, kStopEvery, kType, kFilter, kFields, kCsv, kTsv,
-    kStats, kRaw, kProgress, kNoProgress,
+    kStats, kRaw, kProgress, kNoProgress, kListFields, kExclude, kStdinLimit,
 };
 
 // A leading '-': every argument that is no option comes back in its place
@@ -32,12 +32,15 @@ constexpr option kLongOptions[] = {
     {"csv", no_argument, nullptr, kCsv},
     {"tsv", no_argument, nullptr, kTsv},
     {"fields", required_argument, nullptr, kFields},
+    {"list-fields", no_argument, nullptr, kListFields},
     {"raw", no_argument, nullptr, kRaw},
     {"stats", no_argument, nullptr, kStats},
     {"recursive", no_argument, nullptr, 'r'},
     {"ext", required_argument, nullptr, kExt},
+    {"exclude", required_argument, nullptr, kExclude},
     {"files-from", required_argument, nullptr, '@'},
     {"null", no_argument, nullptr, '0'},
+    {"stdin-limit", required_argument, nullptr, kStdinLimit},
     {"quiet", no_argument, nullptr, 'q'},
     {"progress", no_argument, nullptr, kProgress},
     {"no-progress", no_argument, nullptr, kNoProgress},
@@ -59,40 +62,49 @@ bool ParseNumber(std::string_view text, uint64_t low, uint64_t high, uint64_t& v
     return ec == std::errc() && stop == end && value >= low && value <= high;
 }
 
-// Comma-separated field names: identifiers, "ID3v1:title" (or "ID3v1
-// title"), or field numbers.
-bool FieldList(std::string_view text, std::vector<FieldChoice>& fields, std::string& error) {
-    while (!text.empty()) {
-        const size_t comma = text.find(',');
-        FieldChoice choice;
-        choice.name = text.substr(0, comma);
-        text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
-        if (choice.name.empty()) continue;
-        uint64_t number = 0;
-        if (ParseNumber(choice.name, 1, std::numeric_limits<uint32_t>::max(), number)) {
-            choice.number = static_cast<uint32_t>(number);
-        } else {
-            choice.ident = choice.name;
-            if (choice.ident.starts_with("ID3v1:")) choice.ident[5] = ' ';
+// Comma-separated extensions, spaces around each ignored, each as "mp3",
+// ".mp3" or "*.mp3"; false for an empty or malformed entry.
+bool ExtensionList(std::string_view text, std::vector<std::string>& extensions, std::string& error) {
+    extensions.clear();
+    for (size_t at = 0;;) {
+        const size_t comma = text.find(',', at);
+        std::string_view word = text.substr(at, comma - at);
+        const size_t first = word.find_first_not_of(" \t");
+        word = first == std::string_view::npos ? std::string_view() : word.substr(first, word.find_last_not_of(" \t") + 1 - first);
+        if (word.starts_with("*.")) {
+            word.remove_prefix(2);
+        } else if (word.starts_with('.')) {
+            word.remove_prefix(1);
         }
-        fields.push_back(std::move(choice));
+        if (word.empty() || word.find_first_of("./*?[] \t") != std::string_view::npos) {
+            error = "--ext: bad extension '" + std::string(text.substr(at, comma - at)) + "' (as mp3, .mp3 or *.mp3)";
+            return false;
+        }
+        extensions.emplace_back(word);
+        if (comma == std::string_view::npos) return true;
+        at = comma + 1;
     }
-    if (fields.empty()) error = "--fields needs field names, as TIT2,TPE1,ID3v1:title";
-    return !fields.empty();
 }
 
-// Comma-separated words, lower-cased, a leading dot dropped.
-std::vector<std::string> ExtensionList(std::string_view text) {
-    std::vector<std::string> words;
-    while (!text.empty()) {
-        const size_t comma = text.find(',');
-        std::string word(text.substr(0, comma));
-        text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
-        if (word.starts_with('.')) word.erase(0, 1);
-        for (char& c : word) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-        if (!word.empty()) words.push_back(std::move(word));
+// A size in bytes, with K, M or G for KiB, MiB and GiB; below 4 GiB.
+bool ParseSize(std::string_view text, uint64_t& size) {
+    uint64_t unit = 1;
+    if (!text.empty()) {
+        switch (text.back()) {
+            case 'K': unit = uint64_t{1} << 10; break;
+            case 'M': unit = uint64_t{1} << 20; break;
+            case 'G': unit = uint64_t{1} << 30; break;
+            default: break;
+        }
     }
-    return words;
+    if (unit != 1) text.remove_suffix(1);
+    uint64_t count = 0;
+    if (!ParseNumber(text, 1, std::numeric_limits<uint32_t>::max(), count) ||
+        count * unit > std::numeric_limits<uint32_t>::max()) {
+        return false;
+    }
+    size = count * unit;
+    return true;
 }
 
 bool BadNumber(std::string_view option, std::string_view value, std::string_view range, std::string& error) {
@@ -126,14 +138,19 @@ bool Apply(int id, std::string_view value, Options& options, std::string& error)
             }
             options.paths.push_back(Argument{std::string(value), true});
             return true;
-        case kExt:
-            options.extensions = ExtensionList(value);
-            if (options.extensions.empty()) {
-                error = "--ext needs extensions, as mp3,mp2";
+        case kExt: return ExtensionList(value, options.extensions, error);
+        case kExclude:
+            if (value.empty()) {
+                error = "--exclude needs a pattern";
                 return false;
             }
+            options.excludes.emplace_back(value);
             return true;
-        case kFields: options.fields.clear(); return FieldList(value, options.fields, error);
+        case kFields: options.fields.clear(); return ParseFieldList(value, options.fields, error);
+        case kListFields: options.listFields = true; return true;
+        case kStdinLimit:
+            if (!ParseSize(value, options.stdinLimit)) return BadNumber("--stdin-limit", value, "1 to 4G-1", error);
+            return true;
         case kFilter:
             if (value.empty()) {
                 error = "--filter needs a path";
@@ -168,12 +185,7 @@ std::string Refused(std::string_view arg, int shortName) {
     return std::string("-") + static_cast<char>(shortName);
 }
 
-}  // namespace
-
-const option* LongOptions() { return kLongOptions; }
-const char* ShortOptions() { return kShortOptions; }
-
-bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
+bool Parse(int argc, char** argv, Options& options, std::string& error) {
     unsigned modes = 0;
     bool jsonSeen = false;
     // 0 starts getopt afresh, so that it may parse more than one command line.
@@ -215,17 +227,36 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         return false;
     }
     if (options.fields.empty() && (options.mode == OutputMode::Csv || options.mode == OutputMode::Tsv)) {
-        FieldList(kDefaultColumns, options.fields, error);
+        ParseFieldList(kDefaultColumns, options.fields, error);
     }
     if (options.codes && !jsonSeen) {
         error = "--codes goes with --json";
         return false;
     }
-    if (!options.help && !options.version && options.paths.empty()) {
+    // Standard input is read once: as one file ("-") or as a list ("-@ -").
+    int standardInputs = 0;
+    for (const Argument& argument : options.paths) standardInputs += argument.path == "-";
+    if (standardInputs > 1) {
+        error = "standard input can be read only once ('-' and '-@ -')";
+        return false;
+    }
+    if (!options.help && !options.version && !options.listFields && options.paths.empty()) {
         error = "no file given";
         return false;
     }
     return true;
+}
+
+}  // namespace
+
+const option* LongOptions() { return kLongOptions; }
+const char* ShortOptions() { return kShortOptions; }
+
+bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
+    if (Parse(argc, argv, options, error)) return true;
+    // The reason, and where to read more unless it says so already.
+    if (error.find("kzdump --") == std::string::npos) error += " (see kzdump --help)";
+    return false;
 }
 
 const char* HelpText() {
@@ -239,14 +270,17 @@ Output:
       --codes            with --json: the raw character codes too
       --csv, --tsv       one row per file: path, type and the --fields columns
       --fields LIST      only these fields (TIT2,TPE1,ID3v1:title,118)
+      --list-fields      list the names --fields takes
       --raw              genre numbers as the file has them, without names
       --trace            every call the module makes into the host
       --stats            a summary line on stderr at the end
 Files:
   -r, --recursive        read the files under each directory PATH, sorted
       --ext LIST         with -r: only these extensions (mp3,mp2)
+      --exclude PATTERN  with -r: leave out names that match (repeatable)
   -@, --files-from LIST  read the paths listed in LIST ('-': stdin)
   -0, --null             the lists are NUL-separated (find -print0)
+      --stdin-limit SIZE the most bytes a PATH "-" (stdin) may hold (256M)
 Run:
   -j, --jobs N           N worker threads (1 to 256); output order is kept
   -q, --quiet            no message for files with nothing to read

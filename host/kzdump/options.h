@@ -2,6 +2,8 @@
 #ifndef KZDUMP_OPTIONS_H
 #define KZDUMP_OPTIONS_H
 
+#include "field_choice.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -15,14 +17,6 @@ enum class OutputMode { Text, Json, Trace, Csv, Tsv };
 // The progress line: by default on a terminal only (see the man page), or as
 // --progress and --no-progress say.
 enum class ProgressMode { Auto, Shown, Hidden };
-
-// A field chosen by --fields: by identifier as the text output shows it
-// ("TIT2", "ID3v1 title"), or by field number.
-struct FieldChoice {
-    std::string name;  // as given, for column headers
-    std::string ident;
-    uint32_t number = 0;  // 0: by identifier
-};
 
 // A path to read, or (`list`) a file that lists paths; "-" is standard input.
 struct Argument {
@@ -42,7 +36,10 @@ struct Options {
     bool quiet = false;      // no message for files with nothing to read
     ProgressMode progress = ProgressMode::Auto;
     char listSeparator = '\n';
-    std::vector<std::string> extensions;  // lower case; empty: every file
+    bool listFields = false;
+    std::vector<std::string> extensions;  // without the dot; empty: every file
+    std::vector<std::string> excludes;    // fnmatch patterns the walks leave out
+    uint64_t stdinLimit = uint64_t{256} << 20;  // bytes of "-" held in memory
     unsigned jobs = 1;
     uint32_t stopEvery = 0;  // 0: never answer a frame break with "stop"
     uint16_t fileType = 0;   // 0: detected from each file

@@ -28,11 +28,16 @@ void RenderJsonEnd(const kz_host_file_info& info, Out& out);
 // The JSON line of a file that could not be read.
 void RenderJsonError(std::string_view path, std::string_view reason, std::string& out);
 
-// CSV (RFC 4180, CRLF line ends) or TSV (tab, line feed, backslash and
-// carriage return escaped as \t \n \\ \r): the header row, then one row per
-// file, each cell's values joined by kValueSeparator.
-constexpr std::string_view kValueSeparator = "; ";
+// CSV (RFC 4180, CRLF line ends) or TSV: the header row, then one row per
+// file.  Every cell's text is escaped alike: a backslash as \\, a NUL as
+// \0, a byte that is not UTF-8 as \xNN, and in TSV a tab, line feed and
+// carriage return as \t, \n and \r; so kValueSeparator, which joins the
+// values of a column that takes several fields, is never part of a value.
+constexpr std::string_view kValueSeparator = "\\|";
+// Appends `text` escaped for a cell.
+void AppendTableText(std::string_view text, bool tsv, std::string& out);
 void RenderTableHeader(const std::vector<std::string>& columns, bool tsv, std::string& out);
+// `cells`: the values of each column, escaped and joined.
 void RenderTableRow(std::string_view path, const kz_host_file_info& info,
                     const std::vector<std::string>& cells, bool tsv, std::string& out);
 

@@ -54,19 +54,38 @@ void AppendHex(uint32_t value, int digits, std::string& out) {
     for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4) out.push_back(kHexDigits[(value >> shift) & 0xF]);
 }
 
+void AppendTextChar(char32_t cp, std::string_view bytes, std::string& out) {
+    if (cp == U'\\') {
+        out += "\\\\";
+    } else if (cp == kNotUtf8) {
+        out += "\\x";
+        AppendHex(static_cast<unsigned char>(bytes[0]), 2, out);
+    } else if (IsControl(cp)) {
+        out += "\\x";
+        AppendHex(cp, 2, out);
+    } else if (IsInvisible(cp)) {
+        out += "\\u";
+        AppendHex(cp, 4, out);
+    } else {
+        out += bytes;
+    }
+}
+
 void AppendPrintable(std::string_view text, std::string& out) {
-    static constexpr ByteSet kPrintable = MakeByteSet(IsPrintableAscii);
+    static constexpr ByteSet kPlain = MakeByteSet([](unsigned char b) { return IsPrintableAscii(b) && b != '\\'; });
     Out sink(out);
     Walk(
-        text, sink, kPrintable, [&out](std::string_view run) { out += run; },
+        text, sink, kPlain, [&out](std::string_view run) { out += run; },
         [&out](char32_t cp, std::string_view bytes) {
-            if (cp == kNotUtf8 || IsControl(cp)) {
-                for (const char byte : bytes) {
-                    out += "\\x";
-                    AppendHex(static_cast<unsigned char>(byte), 2, out);
-                }
-            } else {
-                out += bytes;
+            if (cp != kNotUtf8 && !IsControl(cp)) {
+                AppendTextChar(cp, bytes, out);
+                return;
+            }
+            // Byte by byte, so that a C1 control (two bytes) is told from a
+            // byte that is not UTF-8.
+            for (const char byte : bytes) {
+                out += "\\x";
+                AppendHex(static_cast<unsigned char>(byte), 2, out);
             }
         });
 }

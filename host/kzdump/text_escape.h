@@ -102,8 +102,15 @@ void Walk(std::string_view text, Out& out, const ByteSet& plain, PlainRun plainR
     }
 }
 
-// A path or other host text for a text line: valid UTF-8 as it is, control
-// characters and bytes that are not UTF-8 as \xNN.
+// One character of a value in the text output that is not plain printable
+// ASCII: a backslash as \\, control characters (C0, DEL, C1) as \xNN of
+// their code, invisible characters as \uNNNN, a byte that is not UTF-8 as
+// \xNN, any other character as its bytes.
+void AppendTextChar(char32_t cp, std::string_view bytes, std::string& out);
+
+// A path or other host text in the text output and on stderr, escaped as
+// values are, except that control characters and bytes that are not UTF-8
+// are escaped byte by byte: every path can be told from every other.
 void AppendPrintable(std::string_view text, std::string& out);
 
 }  // namespace kzdump

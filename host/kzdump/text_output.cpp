@@ -42,20 +42,10 @@ private:
         Lead();
         if (cp == U'\n') {
             out += "\\n";
-        } else if (cp == U'\\') {
-            out += "\\\\";
         } else if (cp == U'"') {
             out += "\\\"";
-        } else if (cp == kNotUtf8) {
-            out += kReplacement;
-        } else if (IsControl(cp)) {
-            out += "\\x";
-            AppendHex(cp, 2, out);
-        } else if (IsInvisible(cp)) {
-            out += "\\u";
-            AppendHex(cp, 4, out);
         } else {
-            out += bytes;
+            AppendTextChar(cp, bytes, out);
         }
     }
     void Lead() {
@@ -79,6 +69,8 @@ void RenderTextHeader(std::string_view path, const kz_host_file_info& info, Out&
     } else {
         AppendPrintable(info.type_name, out.text);
     }
+    // Detection fell back on a type, having found no audio frame.
+    if (info.detected && !info.audio) out.text += " (no MPEG audio frame)";
     if (info.open_status == KZ_HOST_OPEN_NO_TAGS) {
         out.text += ": no tags";
     } else if (info.open_status != KZ_HOST_OPEN_TAGS) {
