@@ -4,8 +4,9 @@
     /usr/bin/python3 bench/python_bench.py [--files 2000] [--large 20000]
                                            [--index-files N] [--runs 3]
 
-Builds the kit, the module, the package's C part and the corpus writer in
-build-bench/ (Release), uses the package staged there, writes corpora like a
+Builds the kit, the module and the corpus writer in build-bench/ (Release),
+uses the package staged there with its kit inside (as pip installs it),
+writes corpora like a
 music library with kz_bench_corpus (into a temporary directory, or --keep
 DIR to keep and reuse them) and measures, with every file in the page cache:
 
@@ -45,8 +46,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 
-# Imported by main() from the build tree's package (with kz_id3._batch),
-# once it is built.
+# Imported by main() from the build tree's package, once it is built.
 kz_id3 = None
 index = None
 
@@ -54,10 +54,8 @@ index = None
 def build(build_dir: Path) -> None:
     subprocess.run(["cmake", "-S", str(ROOT), "-B", str(build_dir), "-DCMAKE_BUILD_TYPE=Release",
                     "-DKZ_ID3_BUILD_TESTS=OFF"], check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", str(build_dir), "-j2", "--target", "kz_host", "kz_id3",
-                    "kz_bench_corpus", "kz_id3_batch"], check=True, stdout=subprocess.DEVNULL)
-    os.environ["KZ_HOST_LIBRARY"] = str(build_dir / "lib" / "libkz_host.so")
-    os.environ["KZ_ID3_MODULE"] = str(next((build_dir / "lib").rglob("libkz_id3.so")))
+    subprocess.run(["cmake", "--build", str(build_dir), "-j2", "--target", "kz_id3_python",
+                    "kz_bench_corpus"], check=True, stdout=subprocess.DEVNULL)
 
 
 def corpus(build_dir: Path, directory: Path, count: int) -> list:
@@ -99,14 +97,16 @@ def best(function, runs: int, cpu: bool = True) -> Timing:
 
 
 def lazy(paths, workers):
-    for _, tags in kz_id3.read_many(paths, workers=workers):
-        if not isinstance(tags, kz_id3.Tags):
-            raise tags
+    with kz_id3.read_many(paths, workers=workers) as results:
+        for _, tags in results:
+            if not isinstance(tags, kz_id3.Tags):
+                raise tags
 
 
 def strings(paths, workers):
-    for _, tags in kz_id3.read_many(paths, workers=workers):
-        [field.text for field in tags]
+    with kz_id3.read_many(paths, workers=workers) as results:
+        for _, tags in results:
+            [field.text for field in tags]
 
 
 def mutagen_strings(paths):
@@ -159,7 +159,7 @@ def bench_dask(paths, runs, partition_size, work):
     with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
                                   dashboard_address=None) as cluster, \
             distributed.Client(cluster) as client:
-        client.run(lambda: kz_id3.read(paths[0]))  # each worker loads the kit once
+        client.run(lambda: kz_id3.read(paths[0]).status)  # each worker loads the kit once
         counted = []
 
         def count(scan):
