@@ -13,6 +13,8 @@ import sys
 import tempfile
 from pathlib import Path
 
+import pytest
+
 ROOT = Path(__file__).resolve().parents[2]
 SAMPLES = sorted(str(path) for path in (ROOT / "samples").glob("*.mp3"))
 CORPUS = ROOT.parent / "shared" / "corpus"
@@ -91,6 +93,14 @@ def run_python(*args, as_nobody=False, **options):
                           [sys.executable, *args],
                           preexec_fn=drop_to_nobody if as_nobody and os.geteuid() == 0 else None,
                           **options)
+
+
+def needs_nobody():
+    """Skips a test that runs code as nobody where nobody cannot load the
+    package (a checkout in a directory of root's alone)."""
+    if os.geteuid() == 0 and run_python("import kz_id3; kz_id3.kit_version()",
+                                        as_nobody=True).returncode != 0:
+        pytest.skip("the user nobody cannot load the package from here")
 
 
 def run_cli(*args, **options):

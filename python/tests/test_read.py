@@ -9,8 +9,8 @@ import threading
 import pytest
 
 import kz_id3
-from conftest import (FILES, ROOT, SAMPLES, id3v1, kzdump_records, run_python, tag,
-                      text_frame, user_frame)
+from conftest import (FILES, ROOT, SAMPLES, id3v1, kzdump_records, needs_nobody, run_python,
+                      tag, text_frame, user_frame)
 
 TAGGED = tag(text_frame("TIT2", "Song"), text_frame("TPE1", "Artist"),
              user_frame("MusicBrainz Album Id", "abc"), user_frame("Mood", "calm")) + \
@@ -126,6 +126,7 @@ def test_unreadable_file_is_read_error_with_errno(source, code, reason):
 
 
 def test_unreadable_file_without_permission(tmp_path):
+    needs_nobody()
     locked = tmp_path / "locked.mp3"
     locked.write_bytes(TAGGED)
     locked.chmod(0)
