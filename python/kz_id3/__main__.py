@@ -16,7 +16,7 @@ import os
 import sys
 from typing import Any, Callable, Dict, List, Optional, TextIO
 
-from ._errors import Error
+from ._errors import Error, reason
 from ._tags import json_path
 
 BAD_USAGE = 2
@@ -72,8 +72,9 @@ class _Output:
 
 
 def printable(path: Any) -> str:
-    """A path for a line of text: UTF-8 as it is; bytes that are not UTF-8
-    and control characters as \\xNN, a backslash as \\\\."""
+    """A path for a line of text: UTF-8 as it is; each byte that is not
+    UTF-8 or belongs to a control character as \\xNN (kzdump's escapes), a
+    backslash as \\\\, so that the bytes can be recovered."""
     raw = path if isinstance(path, bytes) else str(path).encode("utf-8", "surrogateescape")
     parts = []
     for ch in raw.decode("utf-8", "surrogateescape"):
@@ -83,7 +84,7 @@ def printable(path: Any) -> str:
         elif 0xDC80 <= code <= 0xDCFF:
             parts.append(f"\\x{code - 0xDC00:02X}")
         elif code < 0x20 or 0x7F <= code <= 0x9F:
-            parts.append(f"\\x{code:02X}")
+            parts.extend(f"\\x{byte:02X}" for byte in ch.encode())
         else:
             parts.append(ch)
     return "".join(parts)
@@ -91,12 +92,6 @@ def printable(path: Any) -> str:
 
 def _warn(message: str) -> None:
     print(f"kz_id3: {message}", file=sys.stderr)
-
-
-def _reason(error: BaseException) -> str:
-    if isinstance(error, OSError) and error.strerror:
-        return error.strerror
-    return str(error)
 
 
 class _Parser(argparse.ArgumentParser):
@@ -161,11 +156,11 @@ def index_command(argv: List[str], out: _Output) -> int:
         _warn(str(error))
         return BAD_USAGE
     for unlisted in summary.unlisted:
-        _warn(f"{printable(unlisted.filename)}: cannot list the directory: {_reason(unlisted)}"
+        _warn(f"{printable(unlisted.filename)}: cannot list the directory: {reason(unlisted)}"
               f" (the files under it stay in the index)")
     for failed in summary.failed:
         where = getattr(failed, "filename", None)
-        _warn(f"{printable(where)}: {_reason(failed)}" if where is not None else _reason(failed))
+        _warn(f"{printable(where)}: {reason(failed)}" if where is not None else reason(failed))
     out.line(str(summary))
     return 1 if summary.unlisted or summary.failed else 0
 
@@ -241,7 +236,7 @@ def main(argv: Optional[List[str]] = None) -> int:
         return WRITE_ERROR
     except (Error, OSError) as error:
         where = getattr(error, "filename", None)
-        _warn(f"{printable(where)}: {_reason(error)}" if where is not None else str(error))
+        _warn(f"{printable(where)}: {reason(error)}" if where is not None else str(error))
         return BAD_USAGE
 
 

@@ -21,5 +21,11 @@ class ReadError(Error, OSError):
     """
 
 
+def reason(error: BaseException) -> str:
+    """Why a file could not be read, in a few words: the system's message
+    for an OSError ("No such file or directory"), else the exception's."""
+    return getattr(error, "strerror", None) or str(error)
+
+
 # Shown and pickled under the package's name, where users meet them.
 Error.__module__ = ReadError.__module__ = "kz_id3"

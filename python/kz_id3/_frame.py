@@ -7,17 +7,12 @@ from typing import Any, Iterable, List, Tuple
 
 import pandas
 
+from ._errors import reason
 from ._tags import Tags
 
 #: The columns, one row per field.
 COLUMNS = ("path", "ident", "number", "description", "text", "id3v1", "error")
 _DTYPES = {"number": "Int64", "id3v1": "boolean"}
-
-
-def reason(error: BaseException) -> str:
-    if isinstance(error, OSError) and error.strerror:
-        return error.strerror
-    return str(error)
 
 
 def rows(results: Iterable[Tuple[Any, Any]]) -> List[Tuple[Any, ...]]:

@@ -42,6 +42,7 @@ import dask.dataframe
 import pandas
 
 from . import _frame
+from ._errors import reason
 from ._reader import FieldFilter, PathLike, check_count, check_file_type, fspath, only, \
     read_many, walk
 from ._tags import Tags, json_path
@@ -196,7 +197,7 @@ def read_partition(paths: Iterable[PathLike], file_type: int = 0,
             if type(tags) is Tags:
                 append(tags.as_dict())
             else:
-                append({**json_path(path), "error": _frame.reason(tags)})
+                append({**json_path(path), "error": reason(tags)})
     return records
 
 

@@ -67,7 +67,7 @@ import urllib.parse
 from dataclasses import dataclass, field
 from typing import (Any, Dict, Iterable, Iterator, List, Mapping, Optional, Set, Tuple, Union)
 
-from ._errors import Error, ReadError
+from ._errors import Error, ReadError, reason
 from ._reader import (PathLike, check_count, check_file_type, fspath, is_path, read_many, walk)
 from ._tags import NOTHING_TO_READ, Tags, idents_of, split_key
 
@@ -259,7 +259,7 @@ def _write(connection: sqlite3.Connection, batch: List[_Pending]) -> None:
                 fields += [(file_id, position, f.kind, f.ident, f.number, f.tag, f.description,
                             f.text, int(f.id3v1)) for position, f in enumerate(tags.fields)]
             else:
-                files.append((file_id, path, size, mtime, None, "error", _reason(tags)))
+                files.append((file_id, path, size, mtime, None, "error", reason(tags)))
         connection.executemany("DELETE FROM fields WHERE file_id = ?", stale)
         connection.executemany("INSERT OR REPLACE INTO files VALUES (?, ?, ?, ?, ?, ?, ?)", files)
         connection.executemany("INSERT INTO fields VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)", fields)
@@ -267,12 +267,6 @@ def _write(connection: sqlite3.Connection, batch: List[_Pending]) -> None:
     except BaseException:
         connection.execute("ROLLBACK")
         raise
-
-
-def _reason(error: BaseException) -> str:
-    if isinstance(error, OSError) and error.strerror:
-        return error.strerror
-    return str(error)
 
 
 def _under(path: bytes, roots: Set[bytes]) -> bool:

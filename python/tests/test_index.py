@@ -110,6 +110,10 @@ def test_names_that_are_not_utf8_are_stored_exactly(tmp_path):
     assert run_cli("query", str(db), "TPE1=Queen").stdout == os.fsencode(f"{root}/caf\\\\xe9.mp3\n")
     assert run_cli("query", str(db), "TPE1=ABBA").stdout == os.fsencode(f"{root}/caf\\xE9.mp3\n")
     assert index.update(db, root).unchanged == 2
+    tree_of(root, {"\x01\x7f\x85\x9f\x1f .mp3": ABBA})
+    index.update(db, root)
+    assert run_cli("query", str(db), "TPE1=ABBA").stdout.decode().splitlines()[0] == \
+        f"{root}/\\x01\\x7F\\xC2\\x85\\xC2\\x9F\\x1F .mp3"
 
 
 V1_SCHEMA = """CREATE TABLE files (id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE,
@@ -186,8 +190,10 @@ def test_second_writer_fails_or_waits(music, tmp_path):
     index.update(db, music)
     with open(db, "rb") as held:
         fcntl.flock(held, fcntl.LOCK_EX)
-        with pytest.raises(index.IndexBusy, match="another process is writing this index"):
+        with pytest.raises(index.IndexBusy) as busy:
             index.update(db, music)
+        assert str(busy.value) == f"{db}: another process is writing this index (an index or " \
+            f"merge run); wait until it has finished, or wait for it with wait=True (--wait)"
         with pytest.raises(index.IndexBusy):
             index.merge(db, [db])
         done = run_cli("index", str(db), str(music))
@@ -345,3 +351,9 @@ def test_command_line_usage_and_write_errors(music, tmp_path):
                                                       b"device\n")
     done = run_cli("index", "--ext", "txt", "--exclude", "q", str(tmp_path / "j.db"), str(music))
     assert (done.returncode, done.stdout[:34]) == (0, b"0 files: 0 read, 0 unchanged, 0 re")
+    with open(music / "huge.mp3", "wb") as huge:  # sparse: 4 GiB, beyond the module
+        huge.truncate(1 << 32)
+    done = run_cli("index", str(db), str(music))
+    assert (done.returncode, done.stderr.decode()) == (1, f"kz_id3: {music}/huge.mp3: File too "
+                                                          f"large\n")
+    assert done.stdout.startswith(b"4 files: 1 read, 3 unchanged, 0 removed, 1 could not be read")

@@ -142,7 +142,8 @@ def test_unreadable_file_without_permission(tmp_path):
     (lambda: kz_id3.read(io.StringIO("text")), TypeError, "open it in binary mode"),
     (lambda: kz_id3.read("a\0b"), ValueError, "embedded null character"),
     (lambda: kz_id3.read(b"a\0b"), ValueError, "embedded null character"),
-    (lambda: kz_id3.read_bytes("ID3"), TypeError, "read() reads a path"),
+    (lambda: kz_id3.read_bytes("ID3"), TypeError,
+     "read_bytes() reads bytes, bytearray or memoryview, not str; read() reads a path"),
     (lambda: kz_id3.read(SAMPLES[0], file_type=-1), ValueError, "from 0 (detect) to 65535"),
     (lambda: kz_id3.read(SAMPLES[0], file_type=65536), ValueError, "not 65536"),
     (lambda: kz_id3.read(SAMPLES[0], file_type=True), ValueError, "not True"),
@@ -246,6 +247,15 @@ def test_reader_of_a_named_module():
         kz_id3.Reader("/nonexistent.so")
     results = list(kz_id3.read_many(SAMPLES, workers=2, module_path=module))
     assert [tags for _, tags in results] == [kz_id3.read(path) for path in SAMPLES]
+
+
+def test_kit_installed_where_pkg_config_says(tmp_path, monkeypatch):
+    (tmp_path / "kz_host.pc").write_text("libdir=/opt/kz/lib\nName: kz_host\nDescription: kit\n"
+                                         "Version: 2.0.0\n")
+    monkeypatch.setenv("PKG_CONFIG_PATH", str(tmp_path))
+    assert kz_id3._library._pkg_config_libdir() == "/opt/kz/lib"
+    monkeypatch.setenv("PKG_CONFIG_PATH", str(tmp_path / "none"))
+    assert kz_id3._library._pkg_config_libdir() is None
 
 
 def test_missing_kit_names_what_was_tried():
