@@ -138,7 +138,8 @@ def test_unreadable_file_without_permission(tmp_path):
 
 
 @pytest.mark.parametrize("call, exception, message", [
-    (lambda: kz_id3.read(42), TypeError, "a path (str, bytes, os.PathLike) or a binary file"),
+    (lambda: kz_id3.read(42), TypeError, "a path (str, bytes, os.PathLike) or a binary file "
+     "object is read, not int; read_bytes() reads a buffer"),
     (lambda: kz_id3.read(io.StringIO("text")), TypeError, "open it in binary mode"),
     (lambda: kz_id3.read("a\0b"), ValueError, "embedded null character"),
     (lambda: kz_id3.read(b"a\0b"), ValueError, "embedded null character"),
@@ -148,15 +149,18 @@ def test_unreadable_file_without_permission(tmp_path):
     (lambda: kz_id3.read(SAMPLES[0], file_type=65536), ValueError, "not 65536"),
     (lambda: kz_id3.read(SAMPLES[0], file_type=True), ValueError, "not True"),
     (lambda: kz_id3.read(SAMPLES[0], file_type="1707"), ValueError, "not '1707'"),
-    (lambda: kz_id3.read(SAMPLES[0], fields=[b"TIT2"]), TypeError, "not b'TIT2'"),
-    (lambda: kz_id3.read(SAMPLES[0], fields=b"TIT2"), TypeError, "not bytes"),
+    (lambda: kz_id3.read(SAMPLES[0], fields=[b"TIT2"]), TypeError,
+     "fields must be identifiers (str) or field numbers (int), not b'TIT2'"),
+    (lambda: kz_id3.read(SAMPLES[0], fields=b"TIT2"), TypeError,
+     "fields must be identifiers (str) or field numbers (int), not bytes"),
     (lambda: kz_id3.read_many("a.mp3"), TypeError, "not a single path 'a.mp3'"),
     (lambda: kz_id3.read_many(b"a.mp3"), TypeError, "not a single path"),
     (lambda: kz_id3.read_many(pathlib.Path("a.mp3")), TypeError, "for one file use"),
     (lambda: kz_id3.read_many([], workers=0), ValueError, "workers must be"),
     (lambda: kz_id3.read_many([], workers=1.5), ValueError, "not 1.5"),
     (lambda: kz_id3.read_many([], chunk_size=0), ValueError, "chunk_size must be"),
-    (lambda: kz_id3.read_many([], errors="ignore"), ValueError, "'ignore'"),
+    (lambda: kz_id3.read_many([], errors="ignore"), ValueError,
+     'errors must be "return" or "raise", not \'ignore\''),
     (lambda: kz_id3.read_many([], file_type=70000), ValueError, "not 70000"),
     (lambda: list(kz_id3.walk(SAMPLES[0], extensions="mp3")), TypeError, "not a single string"),
 ])
@@ -164,6 +168,19 @@ def test_bad_arguments(call, exception, message):
     with pytest.raises(exception, match=None) as raised:
         call()
     assert message in str(raised.value)
+
+
+@pytest.mark.parametrize("status, error, path, expected", [
+    (-6, errno.EACCES, "a.mp3", (kz_id3.ReadError, "[Errno 13] Permission denied: 'a.mp3'")),
+    (-6, 0, "a.mp3", (kz_id3.ReadError, "[Errno 5] Input/output error: 'a.mp3'")),
+    (-8, 0, "a.mp3", (kz_id3.ReadError, "[Errno 27] File too large: 'a.mp3'")),
+    (-9, 0, "a.mp3", (kz_id3.Error, "a.mp3: the module did not finish the file")),
+    (-8, 0, None, (kz_id3.Error, "<buffer>: larger than 4 GiB: beyond the module's 32-bit "
+                                 "positions")),
+])
+def test_failures_as_exceptions(status, error, path, expected):
+    made = kz_id3._reader.failure(kz_id3._library.kit(), status, error, path)
+    assert (type(made), str(made)) == expected
 
 
 def test_file_type_zero_detects_and_any_type_is_passed_on():
@@ -256,6 +273,20 @@ def test_kit_installed_where_pkg_config_says(tmp_path, monkeypatch):
     assert kz_id3._library._pkg_config_libdir() == "/opt/kz/lib"
     monkeypatch.setenv("PKG_CONFIG_PATH", str(tmp_path / "none"))
     assert kz_id3._library._pkg_config_libdir() is None
+
+
+def test_no_kit_anywhere_names_every_place_tried(monkeypatch, tmp_path):
+    monkeypatch.delenv("KZ_HOST_LIBRARY", raising=False)
+    monkeypatch.setenv("PKG_CONFIG_PATH", str(tmp_path))
+    monkeypatch.setattr(kz_id3._library, "BUNDLED", str(tmp_path / "libkz_host.so"))
+    monkeypatch.setattr(kz_id3._library.ctypes.util, "find_library", lambda name: None)
+    with pytest.raises(kz_id3.Error) as raised:
+        kz_id3._library._load()
+    assert str(raised.value) == (
+        "cannot find the host kit libkz_host.so: install the package with pip from the source "
+        "tree (it builds the kit), install the kit system-wide, or set KZ_HOST_LIBRARY to its "
+        f"path; tried: KZ_HOST_LIBRARY (not set); pkg-config kz_host (no such package); the "
+        f"dynamic loader's search path (no libkz_host); {tmp_path}/libkz_host.so (no such file)")
 
 
 def test_missing_kit_names_what_was_tried():
