@@ -131,16 +131,18 @@ DetectedType DetectType(Source& source) {
 
     AudioFrame frame{};
     if (audioStart >= audioEnd || !FindAudioFrame(source, audioStart, audioEnd, frame)) {
-        return {id3v2 ? KZ_HOST_TYPE_ID3V2 : id3v1 ? KZ_HOST_TYPE_ID3V1 : KZ_HOST_TYPE_MPEG1_LAYER3,
+        return {static_cast<uint16_t>(id3v2   ? KZ_HOST_TYPE_ID3V2
+                                      : id3v1 ? KZ_HOST_TYPE_ID3V1
+                                              : KZ_HOST_TYPE_MPEG1_LAYER3),
                 false};
     }
     if (frame.version != kMpeg1) {
         return {static_cast<uint16_t>(KZ_HOST_TYPE_MPEG2_LAYER1 - 1 + frame.layer), true};
     }
     if (frame.layer == 3) {
-        return {id3v2   ? KZ_HOST_TYPE_MPEG1_LAYER3_ID3V2
-                : id3v1 ? KZ_HOST_TYPE_MPEG1_LAYER3_ID3V1
-                        : KZ_HOST_TYPE_MPEG1_LAYER3,
+        return {static_cast<uint16_t>(id3v2   ? KZ_HOST_TYPE_MPEG1_LAYER3_ID3V2
+                                      : id3v1 ? KZ_HOST_TYPE_MPEG1_LAYER3_ID3V1
+                                              : KZ_HOST_TYPE_MPEG1_LAYER3),
                 true};
     }
     return {static_cast<uint16_t>(KZ_HOST_TYPE_MPEG1_LAYER1 - 1 + frame.layer), true};
