@@ -30,7 +30,6 @@ BUNDLED = os.path.join(os.path.dirname(os.path.abspath(__file__)), "_native", LI
 OK = 0
 NOTHING_TO_READ = 1
 WALK_END = 2
-ERROR_NO_MEMORY = -2
 ERROR_IO = -6
 ERROR_NOT_REGULAR = -7
 ERROR_TOO_LARGE = -8

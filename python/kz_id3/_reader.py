@@ -199,9 +199,9 @@ class Reader:
             if status in (lib.OK, lib.NOTHING_TO_READ):
                 size = ctypes.c_size_t()
                 packed = kit.result_packed(result, ctypes.byref(size))
-                if packed:
-                    return Tags(ctypes.string_at(packed, size.value), None, chosen)
-                status = lib.ERROR_NO_MEMORY
+                if not packed:
+                    raise MemoryError("the kit could not pack the fields it read")
+                return Tags(ctypes.string_at(packed, size.value), None, chosen)
         finally:
             kit.result_free(result)
         raise failure(kit, status, 0, None)
