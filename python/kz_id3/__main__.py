@@ -148,7 +148,7 @@ def index_command(argv: List[str], out: _Output) -> int:
     parser.add_argument("roots", nargs="+", metavar="ROOT")
     options = parser.parse_args(argv)
     try:
-        summary = index.update(options.db, [_argument(root) for root in options.roots],
+        summary = index.update(options.db, options.roots,
                                workers=options.jobs, file_type=options.file_type,
                                extensions=options.ext, exclude=options.exclude,
                                prune_empty=options.prune_empty, wait=options.wait)
@@ -189,21 +189,12 @@ def query_command(argv: List[str], out: _Output) -> int:
         if not equals or not key:
             parser.error(f"{term!r} is not IDENT=TEXT")
         terms.append((key, text))
-    for path in index.query(_argument(options.db), terms, ignore_case=options.ignore_case):
+    for path in index.query(options.db, terms, ignore_case=options.ignore_case):
         if options.json:
             out.line(json.dumps(json_path(path), ensure_ascii=False, separators=(",", ":")))
         else:
             out.line(printable(path))
     return 0
-
-
-def _argument(text: str) -> Any:
-    """A path from the command line, as the bytes the system gave."""
-    return text.encode("utf-8", "surrogateescape") if _has_escaped_bytes(text) else text
-
-
-def _has_escaped_bytes(text: str) -> bool:
-    return any(0xDC80 <= ord(ch) <= 0xDCFF for ch in text)
 
 
 COMMANDS: Dict[str, Callable[[List[str], _Output], int]] = {

@@ -4,6 +4,7 @@ import io
 import os
 import pathlib
 import pickle
+import struct
 import threading
 
 import pytest
@@ -53,6 +54,17 @@ def test_fields_of_built_tag():
     assert tags.fields[2].as_dict() == {"tag": 503, "field": 503, "id": "TXXX/WXXX",
                                         "description": "MusicBrainz Album Id", "text": "abc",
                                         "id3v1": False}
+
+
+def test_packed_result_of_a_later_kit():
+    # An item of a kind this package does not know (3), as the packed layout
+    # of kz_host.h gives it: kind, id3v1, ident length, 0, tag, number,
+    # description length (none), text length, ident, text.
+    packed = struct.pack("=IiHBB", 1, 0, 1709, 1 | 8, 1) + b"T" + \
+        struct.pack("=BBBxIIII", 3, 0, 4, 7, 118, 0xFFFFFFFF, 2) + b"TIT2" + b"Hi"
+    tags = kz_id3.Tags(packed, "x.mp3")
+    assert [tuple(field) for field in tags] == [("3", 7, 118, "TIT2", None, "Hi", False)]
+    assert (tags.type_name, tags.end_seen, tags.audio, tags.truncated) == ("T", True, True, False)
 
 
 def test_tags_by_identifier():
@@ -200,8 +212,9 @@ def reader_threads():
 
 def test_read_many_stops_its_threads():
     many = FILES * 20
-    with kz_id3.read_many(many, workers=2, chunk_size=1) as results:
+    with kz_id3.read_many(many, workers=3, chunk_size=1) as results:
         next(results)
+        assert len(reader_threads()) == 3
     assert reader_threads() == []
     results = kz_id3.read_many(many, workers=2, chunk_size=1)
     next(results)
