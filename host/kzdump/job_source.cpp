@@ -40,10 +40,10 @@ bool CountPaths(int list, char separator, size_t& count) {
     return true;
 }
 
-JobSource::JobSource(std::vector<Input> inputs, bool recursive, char listSeparator, const WalkFilter& filter)
-    : inputs_(std::move(inputs)), recursive_(recursive), listSeparator_(listSeparator) {
-    for (const std::string& extension : filter.extensions) extensions_.push_back(extension.c_str());
-    for (const std::string& pattern : filter.excludes) excludes_.push_back(pattern.c_str());
+JobSource::JobSource(std::vector<Input> inputs, bool recursive, char listSeparator, WalkFilter filter)
+    : inputs_(std::move(inputs)), recursive_(recursive), listSeparator_(listSeparator), filter_(std::move(filter)) {
+    for (const std::string& extension : filter_.extensions) extensions_.push_back(extension.c_str());
+    for (const std::string& pattern : filter_.excludes) excludes_.push_back(pattern.c_str());
 }
 
 JobSource::~JobSource() { kz_host_walk_free(walk_); }

@@ -39,7 +39,7 @@ struct WalkFilter {
 // a directory the walk cannot read gives a job with its error in its place.
 class JobSource {
 public:
-    JobSource(std::vector<Input> inputs, bool recursive, char listSeparator, const WalkFilter& filter);
+    JobSource(std::vector<Input> inputs, bool recursive, char listSeparator, WalkFilter filter);
     ~JobSource();
     JobSource(const JobSource&) = delete;
     JobSource& operator=(const JobSource&) = delete;
@@ -64,6 +64,8 @@ private:
     size_t nextInput_ = 0;
     bool recursive_;
     char listSeparator_;
+    WalkFilter filter_;
+    // The kit's view of filter_.
     std::vector<const char*> extensions_;
     std::vector<const char*> excludes_;
     kz_host_walk* walk_ = nullptr;
