@@ -47,7 +47,7 @@ Strings Rows(const Bytes& bytes, uint64_t charLimit) {
     Strings rows;
     for (size_t i = 0; i < kz_host_result_count(result); ++i) {
         const kz_host_field& f = *kz_host_result_field(result, i);
-        std::string row = std::string(f.id3v1 ? "v1 " : "") + (f.kind == KZ_HOST_ITEM_OUTSIDE ? "outside" : f.ident);
+        std::string row = std::string(f.id3v1 == 1 ? "v1 " : f.id3v1 == 0 ? "" : "id3v1 neither 0 nor 1 ") + (f.kind == KZ_HOST_ITEM_OUTSIDE ? "outside" : f.ident);
         if (f.description != nullptr) row += " \"" + std::string(f.description, f.description_len) + "\"";
         rows.push_back(row + "=" + std::string(f.text, f.text_len));
     }
@@ -96,6 +96,42 @@ TEST(Kit, DeliversTheFieldsOfATagAsUtf8WithTheirKind) {
 
 std::vector<uint32_t> Codes(const uint32_t* codes, size_t count) { return {codes, codes + count}; }
 
+// The sentence of each status, and the packed form of a one-field result
+// byte by byte (little-endian).
+TEST(Kit, NamesEveryStatusAndPacksAResultByteByByte) {
+    const std::pair<int, std::string> sentences[] = {
+        {KZ_HOST_OK, "success"},
+        {KZ_HOST_NOTHING_TO_READ, "nothing to read: the file holds no tag the module reads"},
+        {KZ_HOST_WALK_END, "the walk has no more entries"},
+        {KZ_HOST_ERROR_ARGUMENT, "invalid argument"},
+        {KZ_HOST_ERROR_NO_MEMORY, "out of memory"},
+        {KZ_HOST_ERROR_MODULE_NOT_FOUND, "the filter module was not found"},
+        {KZ_HOST_ERROR_MODULE_INVALID, "the file is not a usable filter module"},
+        {KZ_HOST_ERROR_NO_CONTEXT, "the module could not allocate a context"},
+        {KZ_HOST_ERROR_IO, "input/output error"},
+        {KZ_HOST_ERROR_NOT_REGULAR, "not a regular file"},
+        {KZ_HOST_ERROR_TOO_LARGE, "larger than 4 GiB: beyond the module's 32-bit positions"},
+        {KZ_HOST_ERROR_UNFINISHED, "the module did not finish the file"},
+        {KZ_HOST_ERROR_STOPPED, "stopped by the visitor"},
+        {12345, "unknown status"},
+    };
+    for (const auto& [status, sentence] : sentences) EXPECT_EQ(kz_host_strerror(status), sentence);
+    const Bytes bytes = Tag(3, Frame(3, "TIT2", Text("x")));
+    Reader r;
+    kz_host_result* result = nullptr;
+    ASSERT_EQ(kz_host_collect_memory(r.reader, bytes.data(), bytes.size(), nullptr, &result), KZ_HOST_OK);
+    size_t size = 0;
+    const auto* packed = static_cast<const uint8_t*>(kz_host_result_packed(result, &size));
+    // One item, open status 0, type 1709 (0x06AD), flags 5 (end seen, type
+    // detected), "ID3 Ver 2.x"; kind 0, not ID3v1, "TIT2", tag 1, field 118,
+    // no description, text "x".
+    const Bytes expected = Raw({1, 0, 0, 0, 0, 0, 0, 0, 0xAD, 0x06, 5, 11}) + Latin1("ID3 Ver 2.x") +
+                           Raw({0, 0, 4, 0, 1, 0, 0, 0, 118, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 1, 0, 0, 0}) +
+                           Latin1("TIT2x");
+    EXPECT_EQ(Bytes(packed, packed + size), expected);
+    kz_host_result_free(result);
+}
+
 TEST(Kit, GivesTheRawCodesAndStringTagsOnRequest) {
     const Bytes bytes = Tag(3, Frame(3, "TXXX", TextUtf16(u"D") + Raw({0, 0}) + Utf16Le(u"x\U0001D11E")) +
                                    Frame(3, "COMM", Text("eng") + Raw({0}) + Latin1("a\n")));
@@ -116,6 +152,12 @@ TEST(Kit, GivesTheRawCodesAndStringTagsOnRequest) {
               std::vector<size_t>({501, 501, 0}));
     EXPECT_EQ(Codes(user.strings[0].codes, user.strings[0].code_count), std::vector<uint32_t>{u | 'D'});
     EXPECT_EQ(Codes(comment.codes, comment.code_count), (std::vector<uint32_t>{' ', 'a', KZ_HOST_CODE_SPECIAL | 5}));
+    kz_host_result_free(result);
+    // Without the flag, no codes anywhere: null and a count of 0.
+    ASSERT_EQ(kz_host_collect_memory(r.reader, bytes.data(), bytes.size(), nullptr, &result), KZ_HOST_OK);
+    const kz_host_field& plain = *kz_host_result_field(result, 0);
+    EXPECT_EQ(std::vector<const void*>({plain.codes, plain.strings[0].codes}), std::vector<const void*>(2, nullptr));
+    EXPECT_EQ(std::vector<size_t>({plain.code_count, plain.strings[0].code_count}), std::vector<size_t>(2, 0));
     kz_host_result_free(result);
 }
 

@@ -246,6 +246,14 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
         {"--ext", ",", two},      {"--csv", "--json", two},   {"--fields", ",", two},
     };
     for (const Strings& args : bad) check(args, {}, 2, {"kzdump: *"});
+    // The ranges of the numbers: their ends taken, one past them refused.
+    check({"--type", "65535", "-j", "256", "--stop-every", "4294967295", two}, Strings{two + ": type 65535"} + kTwoTags, 0, {});
+    const std::pair<Strings, std::string> ranges[] = {
+        {{"--type", "65536", two}, "bad number for --type: '65536' (0 to 65535)"},
+        {{"-j", "257", two}, "bad number for -j: '257' (1 to 256)"},
+        {{"--stop-every", "4294967296", two}, "bad number for --stop-every: '4294967296' (1 or more)"},
+    };
+    for (const auto& [args, message] : ranges) check(args, {}, 2, {"kzdump: " + message + " (see kzdump --help)"});
     // The host guide's example files give the fields it says the host
     // receives.
     const auto examples = TableRows(KZ_DOCS_DIR "/host-guide.md", "| Tag content | The host receives |");
@@ -490,7 +498,7 @@ TEST(Kzdump, ChecksPathListsAndStandardInput) {
 TEST(Kzdump, ChecksFieldNamesAndExtensions) {
     TempDir dir;
     dir.Write("a.MP3", Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'}))));
-    dir.Write("b.mpa", Tag(3, Frame(3, "TIT2", Raw({0x00, 'y'}))));
+    dir.Write("b.MpA", Tag(3, Frame(3, "TIT2", Raw({0x00, 'y'}))));
     dir.Write("c.flac", Tag(3, Frame(3, "TIT2", Raw({0x00, 'z'}))));
     const std::string v23 = Sample("v23_utf16.mp3"), people = Sample("v23_people_lyrics.mp3"), v24 = Sample("v24_with_id3v1.mp3");
     std::vector<Case> cases = {
@@ -503,7 +511,7 @@ TEST(Kzdump, ChecksFieldNamesAndExtensions) {
              ",\"MPEG-1 audio - Layer 3, ID3v2.x\",Evening Song,Evening Song,Evening Song,The Testers,,,,,"
              "Evening Song\\|Evening Song,\r\n"},
         {"--fields 'txxx:TEMPO' " + Quoted({v23}), v23 + kType + "\n  TXXX \"TEMPO\": andante\n"},
-        {"-r --ext ' MP3, *.mpa ,.Mp2' .", "./a.MP3" + kTagOnly + "\n  TIT2: x\n./b.mpa" + kTagOnly + "\n  TIT2: y\n"},
+        {"-r --ext ' MP3, *.mpa ,.Mp2' .", "./a.MP3" + kTagOnly + "\n  TIT2: x\n./b.MpA" + kTagOnly + "\n  TIT2: y\n"},
     };
     const std::string listed = Kzdump({"--list-fields"}).out;
     for (const std::string line : {"  118  TIT2  TT2  Title\n", "   78  APIC       Attached picture\n",
@@ -534,6 +542,8 @@ TEST(Kzdump, TablesAndTextKeepEveryValueAndPathApart) {
     dir.Write("odd\xFF,.mp3", tag);
     dir.Write("a\nb.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 'n'}))));
     dir.Write("a\\x0Ab.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 'l'}))));
+    // U+DFFF written as UTF-8 (a surrogate, so no UTF-8), then U+D7FF.
+    dir.Write("s\xED\xBF\xBF\xED\x9F\xBF.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 's'}))));
     const std::string type = "ID3 Ver 2.x";
     CheckCases(dir.path.string(),
                {
@@ -546,6 +556,7 @@ TEST(Kzdump, TablesAndTextKeepEveryValueAndPathApart) {
                         "\",\"fields\":[{\"tag\":504,\"field\":504,\"id\":\"TXXX/WXXX\",\"description\":\"gain\","
                         "\"text\":\"-1.80 dB\\u0000\",\"strings\":[{\"tag\":504,\"text\":\"gain\"}]}],\"end\":true}\n"},
                    {"a*", "a\\x0Ab.mp3" + kTagOnly + "\n  TIT2: n\na\\\\x0Ab.mp3" + kTagOnly + "\n  TIT2: l\n"},
+                   {"s*", "s\\xED\\xBF\\xBF\xED\x9F\xBF.mp3" + kTagOnly + "\n  TIT2: s\n"},
                    {"missing\\\\x0A 'new\nline'", "", 3,
                     {"kzdump: missing\\\\x0A: No such file or directory", "kzdump: new\\x0Aline: No such file or directory"}},
                });
@@ -634,9 +645,42 @@ TEST(Documents, ManPageFieldTableAndCodeExcerptsMatchTheirSources) {
     EXPECT_EQ(man.status, 0);
     EXPECT_EQ(man.err, "");
     for (const std::string& name : known) EXPECT_NE(man.out.find(" " + name), std::string::npos) << name;
+    // Every option --help names is in the table, every number it gives is
+    // in the man page, and its exit statuses are the man page's.
     const RunResult help = Kzdump({"--help"});
     EXPECT_LE(Lines(help.out).size(), 40u);
     EXPECT_NE(help.out.find("man kzdump"), std::string::npos);
+    std::istringstream words(help.out);
+    std::set<std::string> statuses, pageStatuses;
+    for (std::string word; words >> word;) {
+        const std::string bare = word.substr(0, word.find_first_of(",):"));
+        if (bare.starts_with('-') && bare.size() > 1 && bare != "-print0") {
+            EXPECT_TRUE(known.contains(bare)) << bare;
+        }
+        for (size_t at = word.find_first_of("0123456789"); at != std::string::npos;
+             at = word.find_first_of("0123456789", word.find_first_not_of("0123456789", at))) {
+            const std::string number = word.substr(at, word.find_first_not_of("0123456789", at) - at);
+            EXPECT_NE(man.out.find(number), std::string::npos) << number;
+        }
+    }
+    // Each range "N to M" of --help is the man page's too.
+    for (size_t to = help.out.find(" to "); to != std::string::npos; to = help.out.find(" to ", to + 1)) {
+        const size_t from = help.out.rfind(' ', to - 1) + 1;
+        const std::string range = help.out.substr(from, help.out.find_first_of(");", to + 4) - from);
+        if (std::isdigit(static_cast<unsigned char>(range[0]))) {
+            EXPECT_NE(man.out.find(range), std::string::npos) << range;
+        }
+    }
+    // "Exit status: 0 all read, 1 ..., 4 ...": the first word after the colon
+    // and after each comma.
+    const size_t exits = help.out.find("Exit status:");
+    std::istringstream sentence(help.out.substr(exits + 12, help.out.find('.', exits) - exits - 12));
+    for (std::string part; std::getline(sentence, part, ',');) statuses.insert(part.substr(part.find_first_not_of(" \n"), 1));
+    const size_t exitSection = man.out.find("EXIT STATUS");
+    for (const char status : std::string("01234"))
+        if (man.out.find("\n       " + std::string(1, status) + "  ", exitSection) != std::string::npos) pageStatuses.insert(std::string(1, status));
+    EXPECT_EQ(pageStatuses, (std::set<std::string>{"0", "1", "2", "3", "4"}));
+    EXPECT_EQ(statuses, pageStatuses);
 
     const std::vector<Strings> table = TableRows(KZ_DOCS_DIR "/host-guide.md", "| Field | Identifier |");
     size_t row = 0;
@@ -683,6 +727,16 @@ TEST(Kzdump, VersionNamesTheModuleFoundInTheSearchOrder) {
         EXPECT_EQ(run.status, c.module.empty() ? 2 : 0) << what;
         EXPECT_TRUE(run.err.starts_with(c.module.empty() ? "kzdump: " + missing + ": " : "")) << what << run.err;
     }
+    // A tree moved elsewhere: the kit finds the module beside itself, not in
+    // the build tree.
+    TempDir moved;
+    fs::create_directories(moved.path / "bin");
+    fs::copy(KZDUMP_PATH, moved.path / "bin");
+    fs::copy(KZ_HOST_LIBRARY_DIR, moved.path / "lib", fs::copy_options::recursive);
+    const RunResult run = kztest::Run("env -u KZ_ID3_MODULE" + Quoted({(moved.path / "bin/kzdump").string(), "--version"}));
+    EXPECT_EQ(run.out, "kzdump (kz_id3) " KZ_ID3_VERSION_STRING "\nmodule " +
+                           fs::weakly_canonical(moved.path / "lib/kz_id3/libkz_id3.so").string() +
+                           ": QZV_VER=8.5.4.9.1901010828\n");
 }
 
 }  // namespace
