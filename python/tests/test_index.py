@@ -295,6 +295,13 @@ def test_merge_checks_every_shard_first(music, tmp_path):
         index.merge(db, [shard, tmp_path / "s"])
     with pytest.raises(kz_id3.ReadError):
         index.merge(db, "s.db")
+    with sqlite3.connect(tmp_path / "later.db") as later:
+        later.executescript("CREATE TABLE files (x); CREATE TABLE fields (y); "
+                            "PRAGMA user_version = 7;")
+    with pytest.raises(kz_id3.Error) as raised:
+        index.merge(db, tmp_path / "later.db")
+    assert str(raised.value) == f"{tmp_path}/later.db: not an index database of this package " \
+        f"(schema version 7): nothing was merged"
     (tmp_path / "plain.txt").write_text("x" * 4096)
     with pytest.raises(kz_id3.Error, match="not an index database"):
         index.merge(db, [shard, tmp_path / "plain.txt"])
