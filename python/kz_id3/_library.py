@@ -73,7 +73,7 @@ class Kit:
     """The kit's functions, with their prototypes set."""
 
     def __init__(self, path: str) -> None:
-        releasing = ctypes.CDLL(path, use_errno=True)
+        releasing = ctypes.CDLL(path)
         holding = ctypes.PyDLL(path)
         self.path = path
         p, i, sz = ctypes.c_void_p, ctypes.c_int, ctypes.c_size_t

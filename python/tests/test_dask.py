@@ -50,7 +50,7 @@ def test_scans_on_local_cluster_equal_read_many(tmp_path):
 
 
 def test_patterns_directories_and_unlisted_directories_on_threads(tmp_path):
-    pattern = str(ROOT / "samples" / "*.mp3")
+    pattern = str(ROOT / "samples" / "**" / "*.mp3")
     assert kz_id3.dask.scan(pattern).compute(scheduler="threads") == records(SAMPLES)
     (tmp_path / "a.mp3").write_bytes(tag(text_frame("TIT2", "A")))
     scanned = kz_id3.dask.scan([tmp_path, tmp_path / "none"]).compute(scheduler="threads")

@@ -65,6 +65,12 @@ def test_packed_result_of_a_later_kit():
     tags = kz_id3.Tags(packed, "x.mp3")
     assert [tuple(field) for field in tags] == [("3", 7, 118, "TIT2", None, "Hi", False)]
     assert (tags.type_name, tags.end_seen, tags.audio, tags.truncated) == ("T", True, True, False)
+    # Equal only with the same file-level facts: status, type, flags, type name.
+    for status, file_type, flags, name in ((51, 1709, 9, b"T"), (0, 1710, 9, b"T"),
+                                           (0, 1709, 11, b"T"), (0, 1709, 9, b"U")):
+        other = struct.pack("=IiHBB", 1, status, file_type, flags, 1) + name + packed[13:]
+        assert kz_id3.Tags(other) != tags
+    assert kz_id3.Tags(packed) == tags
 
 
 def test_tags_by_identifier():
@@ -174,7 +180,8 @@ def test_unreadable_file_without_permission(tmp_path):
     (lambda: kz_id3.read_many([], errors="ignore"), ValueError,
      'errors must be "return" or "raise", not \'ignore\''),
     (lambda: kz_id3.read_many([], file_type=70000), ValueError, "not 70000"),
-    (lambda: list(kz_id3.walk(SAMPLES[0], extensions="mp3")), TypeError, "not a single string"),
+    (lambda: list(kz_id3.walk(SAMPLES[0], extensions="mp3")), TypeError,
+     "extensions and exclude are lists of names, not a single string"),
 ])
 def test_bad_arguments(call, exception, message):
     with pytest.raises(exception, match=None) as raised:
@@ -212,9 +219,12 @@ def reader_threads():
 
 def test_read_many_stops_its_threads():
     many = FILES * 20
-    with kz_id3.read_many(many, workers=3, chunk_size=1) as results:
+    with kz_id3.read_many(many, workers=2, chunk_size=1) as results:
         next(results)
-        assert len(reader_threads()) == 3
+        assert len(reader_threads()) == 2
+    with kz_id3.read_many(many, chunk_size=1) as results:  # a thread per CPU
+        next(results)
+        assert len(reader_threads()) == (os.cpu_count() if os.cpu_count() > 1 else 0)
     assert reader_threads() == []
     results = kz_id3.read_many(many, workers=2, chunk_size=1)
     next(results)
