@@ -393,6 +393,21 @@ TEST(Kit, WalksDirectoriesInOrderNamingEveryDirectoryItCannotRead) {
     EXPECT_EQ(Walked(r + "/a.mp3", nullptr), (Strings{" " + std::to_string(ENOTDIR), "END"}));
 }
 
+// Standard input closed: the file the kit opens takes descriptor 0 and is
+// read all the same.
+TEST(Kit, ReadsAFileOpenedAsDescriptorZero) {
+    const int savedInput = ::dup(STDIN_FILENO);
+    ::close(STDIN_FILENO);
+    Reader r;
+    kz_host_result* result = nullptr;
+    const int status = kz_host_collect_file(r.reader, KZ_SAMPLES_DIR "/two_tags.mp3", nullptr, &result);
+    ::dup2(savedInput, STDIN_FILENO);
+    ::close(savedInput);
+    EXPECT_EQ(status, KZ_HOST_OK);
+    EXPECT_EQ(kz_host_result_count(result), 4u);
+    kz_host_result_free(result);
+}
+
 // A trace hands over every call under the module's name for it.
 TEST(Kit, TracesEveryCallUnderItsName) {
     const Bytes bytes = Tag(3, Frame(3, "TIT2", Text("A")));
@@ -409,6 +424,19 @@ TEST(Kit, TracesEveryCallUnderItsName) {
                          {KZ_HOST_CALL_BEGIN_TAG, "SOBeginTag"}, {KZ_HOST_CALL_END_TAG, "SOEndTag"},
                          {KZ_HOST_CALL_CHARSET, "SOSetCharSet"},
                          {KZ_HOST_CALL_SECTION_FLAGS, "SOSetSectionFlags"}}));
+    // The character limit bounds the calls traced, the open's among them:
+    // three, then the read is given up and called truncated.
+    kz_host_read_options options;
+    kz_host_read_options_init(&options);
+    options.char_limit = 3;
+    size_t calls = 0;
+    const kz_host_tracer count = [](const kz_host_call*, void* user) { ++*static_cast<size_t*>(user); };
+    kz_host_file_info info;
+    kz_host_file_info_init(&info);
+    EXPECT_EQ(kz_host_trace_memory(r.reader, bytes.data(), bytes.size(), &options, count, &calls, &info),
+              KZ_HOST_ERROR_UNFINISHED);
+    EXPECT_EQ(calls, 3u);
+    EXPECT_EQ(info.truncated, 1);
 }
 
 // The program at the head of kz_host.h builds as strict C11 against the

@@ -308,6 +308,19 @@ TEST(Kzdump, DrawsTheProgressLineWhereItShould) {
     }
 }
 
+// With a total known before the run (a list that is a regular file, and
+// "-"), the line has it: 3 paths in the list, blank lines before, between
+// and after them.
+TEST(Kzdump, ProgressCountsTheListedPathsBeforeTheRun) {
+    TempDir dir;
+    dir.Write("a.mp3", Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'}))));
+    dir.Write("list", "\na.mp3\n\na.mp3\n\n\na.mp3\n");
+    const RunResult run = kztest::Run("cd" + Quoted({dir.path.string()}) + " && (sleep 0.7; cat a.mp3) |" +
+                                      Quoted({KZDUMP_PATH, "--progress", "-@", "list", "-"}) + " >/dev/null");
+    const std::string line = run.err.substr(std::min<size_t>(1, run.err.size()), run.err.find('\r', 1) - 1);
+    EXPECT_TRUE(Matches(line, "4 of 4 files (100%), * files/s, 88 B, 0 errors, 0:00:00 left")) << run.err;
+}
+
 // Directories walked in sorted order (byte by byte, directories entered in
 // that order too) and filtered by extension; paths from lists (one a line,
 // or NUL-separated), with any bytes; short options combined.
@@ -474,6 +487,10 @@ TEST(Kzdump, ChecksPathListsAndStandardInput) {
                     "{\"path\":\"/proc/self/mem\",\"error\":\"cannot read the path list: Input/output error\"}\n", 3,
                     {"kzdump: /proc/self/mem: cannot read the path list: Input/output error"}},
                    {"-@ - < list", header, 0},
+                   // Standard input closed: the file and the list opened
+                   // take descriptor 0.
+                   {"a.mp3 <&-", header, 0},
+                   {"-@ list <&-", header, 0},
                    {"-@ - < folder", "", 2, {"kzdump: cannot read the path list -: Is a directory"}},
                    {"- < a.mp3", "-" + kTagOnly + "\n  TIT2: x\n", 0},
                    {"--stdin-limit 22 - < a.mp3", "-" + kTagOnly + "\n  TIT2: x\n", 0},
@@ -515,7 +532,7 @@ TEST(Kzdump, ChecksFieldNamesAndExtensions) {
     };
     const std::string listed = Kzdump({"--list-fields"}).out;
     for (const std::string line : {"  118  TIT2  TT2  Title\n", "   78  APIC       Attached picture\n",
-                                   "  IPLS  IPL  ", "  TXXX  TXX  ", " ID3v1:title ID3v1:artist ID3v1:album ID3v1:year "
+                                   "  IPLS  IPL  ", "  TXXX  TXX  ", "  500 and up: user-defined fields by number (500 + the frame's number)\n", " ID3v1:title ID3v1:artist ID3v1:album ID3v1:year "
                                    "ID3v1:comment ID3v1:track ID3v1:genre\n"})
         EXPECT_NE(listed.find(line), std::string::npos) << line;
     for (const std::string bad : {"XXXX", "99999999999", "ID3v1:bogus", "TIT2:x", "88", "162", "0", "499", "IPLS:x", "tit"}) {
@@ -540,6 +557,9 @@ TEST(Kzdump, TablesAndTextKeepEveryValueAndPathApart) {
                                  Frame(3, "TIT2", Raw({0}) + Latin1("D\\|E\tF")) +
                                  Frame(3, "TXXX", Raw({0}) + Latin1("gain") + Raw({0}) + Latin1("-1.80 dB") + Raw({0})));
     dir.Write("odd\xFF,.mp3", tag);
+    dir.Write("\xFFx.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 'f'}))));
+    // U+110000 and an overlong NUL, in the forms of UTF-8: no UTF-8.
+    dir.Write("\xF4\x90\x80\x80\xE0\x80\x80.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 'g'}))));
     dir.Write("a\nb.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 'n'}))));
     dir.Write("a\\x0Ab.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 'l'}))));
     // U+DFFF written as UTF-8 (a surrogate, so no UTF-8), then U+D7FF.
@@ -555,6 +575,14 @@ TEST(Kzdump, TablesAndTextKeepEveryValueAndPathApart) {
                     "{\"path\":\"odd\uFFFD,.mp3\",\"path_base64\":\"b2Rk/ywubXAz\",\"status\":0,\"type\":\"" + type +
                         "\",\"fields\":[{\"tag\":504,\"field\":504,\"id\":\"TXXX/WXXX\",\"description\":\"gain\","
                         "\"text\":\"-1.80 dB\\u0000\",\"strings\":[{\"tag\":504,\"text\":\"gain\"}]}],\"end\":true}\n"},
+                   {"--json" + Quoted({"\xFFx.mp3"}),
+                    "{\"path\":\"\uFFFDx.mp3\",\"path_base64\":\"/3gubXAz\",\"status\":0,\"type\":\"" + type +
+                        "\",\"fields\":[{\"tag\":1,\"field\":118,\"id\":\"TIT2\",\"text\":\"f\",\"strings\":[]}],"
+                        "\"end\":true}\n"},
+                   {"--json" + Quoted({"\xF4\x90\x80\x80\xE0\x80\x80.mp3"}),
+                    "{\"path\":\"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD.mp3\",\"path_base64\":\"9JCAgOCAgC5tcDM=\",\"status\":0,\"type\":\"" + type +
+                        "\",\"fields\":[{\"tag\":1,\"field\":118,\"id\":\"TIT2\",\"text\":\"g\",\"strings\":[]}],"
+                        "\"end\":true}\n"},
                    {"a*", "a\\x0Ab.mp3" + kTagOnly + "\n  TIT2: n\na\\\\x0Ab.mp3" + kTagOnly + "\n  TIT2: l\n"},
                    {"s*", "s\\xED\\xBF\\xBF\xED\x9F\xBF.mp3" + kTagOnly + "\n  TIT2: s\n"},
                    {"missing\\\\x0A 'new\nline'", "", 3,
@@ -665,7 +693,7 @@ TEST(Documents, ManPageFieldTableAndCodeExcerptsMatchTheirSources) {
     }
     // Each range "N to M" of --help is the man page's too.
     for (size_t to = help.out.find(" to "); to != std::string::npos; to = help.out.find(" to ", to + 1)) {
-        const size_t from = help.out.rfind(' ', to - 1) + 1;
+        const size_t from = help.out.find_last_of(" (", to - 1) + 1;
         const std::string range = help.out.substr(from, help.out.find_first_of(");", to + 4) - from);
         if (std::isdigit(static_cast<unsigned char>(range[0]))) {
             EXPECT_NE(man.out.find(range), std::string::npos) << range;

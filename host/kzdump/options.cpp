@@ -262,6 +262,7 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
 const char* HelpText() {
     return R"HELP(Usage: kzdump [OPTIONS] PATH...
        kzdump [OPTIONS] -@ LIST
+       kzdump --list-fields
 Shows every ID3 field the filter module libkz_id3.so delivers for each file,
 read through the host kit libkz_host.so as a host engine reads it.
 
@@ -280,7 +281,8 @@ Files:
       --exclude PATTERN  with -r: leave out names that match (repeatable)
   -@, --files-from LIST  read the paths listed in LIST ('-': stdin)
   -0, --null             the lists are NUL-separated (find -print0)
-      --stdin-limit SIZE the most bytes a PATH "-" (stdin) may hold (256M)
+      --stdin-limit SIZE  the most bytes of the PATH - (standard input, read
+                         as one file and held in memory; default 256M)
 Run:
   -j, --jobs N           N worker threads (1 to 256); output order is kept
   -q, --quiet            no message for files with nothing to read
