@@ -31,7 +31,8 @@ void RenderJsonError(std::string_view path, std::string_view reason, std::string
 // CSV (RFC 4180, CRLF line ends) or TSV: the header row, then one row per
 // file.  Every cell's text is escaped alike: a backslash as \\, a NUL as
 // \0, a byte that is not UTF-8 as \xNN, and in TSV a tab, line feed and
-// carriage return as \t, \n and \r; so kValueSeparator, which joins the
+// carriage return as \t, \n and \r.  Read from left to right, each
+// backslash with the character after it, kValueSeparator, which joins the
 // values of a column that takes several fields, is never part of a value.
 constexpr std::string_view kValueSeparator = "\\|";
 // Appends `text` escaped for a cell.
