@@ -1,6 +1,5 @@
 // Frame bodies in a host block: failed allocations, bodies above 16,383 and
-// above 65,535 bytes; a tag holding every kind of frame; the byte order
-// that UTF-16 strings leave behind.
+// above 65,535 bytes; the byte order that UTF-16 strings leave behind.
 #include <algorithm>
 #include <set>
 
@@ -139,55 +138,6 @@ TEST(FrameLargeBodies, EveryLoopRunsToTheBodyEnd) {
         ExpectCalls(ReadTag(c.major, Frame(c.major, c.id, c.body) + TitleFrame(c.major)),
                     c.expected + AfterCase(1));
         EXPECT_EQ(KzSysLiveBlocks(), liveBlocks);
-    }
-}
-
-namespace {
-
-// A case's calls as frame number n of a tag: frame 1 becomes n, the
-// user-defined number 501 becomes 500 + n.
-Calls Renumbered(const Calls& calls, uint32_t n) {
-    Calls out;
-    for (const std::string& call : calls) {
-        if (!call.starts_with("begin") && !call.starts_with("end")) {
-            out.push_back(call);
-            continue;
-        }
-        std::string renumbered;
-        size_t start = 0;
-        for (int word = 0; start <= call.size(); ++word) {
-            const size_t stop = std::min(call.find(' ', start), call.size());
-            std::string token = call.substr(start, stop - start);
-            if (token == "501") token = std::to_string(500 + n);
-            if (word == 2 && token == "1" && call.find(" F ") == call.find(' ')) token = std::to_string(n);
-            renumbered += (word == 0 ? "" : " ") + token;
-            start = stop + 1;
-        }
-        out.push_back(renumbered);
-    }
-    return out;
-}
-
-}  // namespace
-
-// Every case of every handler, one after another in one tag: each frame
-// gives what it gives alone, so no handler depends on what an earlier frame
-// left in the context.  The ID3v2.3 cases of frames that ID3v2.2 also has go
-// again, under their three-letter identifiers, in an ID3v2.2 tag.
-TEST(FrameEveryKind, OneTagHoldingEveryCase) {
-    for (const int major : {2, 3}) {
-        SCOPED_TRACE(major);
-        Bytes frames;
-        Calls expected;
-        uint32_t n = 0;
-        for (const auto* table : {&TextAndLinkCases(), &DescriptiveCases(), &TimingCases()}) {
-            for (const FrameCase& c : *table) {
-                if (c.major != 3 || (major == 2 && ThreeLetterForm(c.id).empty())) continue;
-                frames += Frame(major, major == 2 ? ThreeLetterForm(c.id) : c.id, c.body);
-                expected += Renumbered(c.expected, ++n) + FrameBreak();
-            }
-        }
-        ExpectCalls(ReadTag(major, frames), expected + EndBreak());
     }
 }
 
