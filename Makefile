@@ -17,7 +17,12 @@ TEST_NEEDS := $(RUN_NEEDS) libgtest-dev:/usr/include/gtest/gtest.h python3:/usr/
   python3-pytest:/usr/lib/python3/dist-packages/pytest \
   python3-dask:/usr/lib/python3/dist-packages/dask \
   python3-distributed:/usr/lib/python3/dist-packages/distributed \
-  python3-pandas:/usr/lib/python3/dist-packages/pandas
+  python3-pandas:/usr/lib/python3/dist-packages/pandas \
+  python3-venv:/usr/share/doc/python3-venv \
+  python3-pip:/usr/lib/python3/dist-packages/pip \
+  python3-setuptools:/usr/lib/python3/dist-packages/setuptools \
+  python3-wheel:/usr/lib/python3/dist-packages/wheel \
+  man-db:/usr/bin/man git:/usr/bin/git pkg-config:/usr/bin/pkg-config
 
 .PHONY: all build run test asan-test clean run-needs test-needs
 
