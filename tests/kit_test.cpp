@@ -70,7 +70,7 @@ TEST(Kit, DeliversTheFieldsOfATagAsUtf8WithTheirKind) {
         {Tag(3, Frame(3, "TIT2", Raw({0, 'C', 'a', 'f', 0xE9})) + Frame(3, "TPE1", lone)),
          {"TIT2=Caf\u00E9", "TPE1=x\U0001D11E\uFFFDy\uFFFD", "0"}},
         // Texts longer than the first buffer, multibyte characters across its end.
-        {Tag(3, Frame(3, "TIT2", TextUtf16(u"\u00E9" + std::u16string(a300.begin(), a300.end()) + u"\u20AC\U0001D11E")) +
+        {Tag(3, Frame(3, "TIT2", TextUtf16(std::u16string(u"\u00E9") + std::u16string(a300.begin(), a300.end()) + u"\u20AC\U0001D11E")) +
                     Frame(3, "TPE1", Text(a300 + "\xE9"))),
          {"TIT2=\u00E9" + a300 + "\u20AC\U0001D11E", "TPE1=" + a300 + "\u00E9", "0"}},
         // A line break the module delivers and a line-feed character alike.
@@ -585,7 +585,7 @@ TEST(Kit, ReadsGeneratedFilesAlikeByPathAndFromMemory) {
     Strings files;
     for (const size_t size : {6000, 12000, 17000}) {
         const Bytes picture = Raw({0}) + Latin1("image/jpeg") + Raw({0, 3}) + Latin1("c") + Raw({0}) + Bytes(size - 15, 0xAB);
-        files.push_back(dir.Write("apic" + std::to_string(size) + ".mp3",
+        files.push_back(dir.Write(std::string("apic") + std::to_string(size) + ".mp3",
                                   Tag(3, Frame(3, "TIT2", Text("Title")) + Frame(3, "APIC", picture) +
                                              Frame(3, "TPE1", Text("Artist"))) + SilentMpegFrames(4)));
     }
@@ -604,7 +604,7 @@ TEST(Kit, ReadsGeneratedFilesAlikeByPathAndFromMemory) {
             }
         }
         Bytes file = Tag(major, frames, {.padding = below(2) == 0 ? 0 : below(3000)}) + SilentMpegFrames(1 + below(8));
-        if (below(3) == 0) file += Id3v1({.title = "V" + std::to_string(n), .track = 1});
+        if (below(3) == 0) file += Id3v1({.title = std::string("V") + std::to_string(n), .track = 1});
         files.push_back(dir.Write(std::to_string(n) + ".mp3", file));
     }
     const std::array<std::string, 2> reads = ReadAll(files);

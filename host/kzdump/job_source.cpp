@@ -63,7 +63,7 @@ bool JobSource::Next(Job& job) {
         if (input.list < 0) {
             ++nextInput_;
             if (input.path == "-") {
-                job.path = "-";
+                job.path.assign(1, '-');  // not = "-": GCC 12 warns falsely of overlap (-Wrestrict)
                 job.standardInput = true;
                 return Counted();
             }
