@@ -142,6 +142,8 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
     Bytes declaring = Tag(3, Frame(3, "TIT2", Raw({0, 'A'}), 50'000'000), {.declaredSize = 0x0FFFFFFF});
     declaring.resize(100, 0);
     const std::string large = dir.Write("large.mp3", declaring);
+    const std::string bodied = dir.Write("bodied.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 'T'})) + Frame(3, "TPE1", Raw({0}) + Bytes(2000, 'x')) +
+                                                                   Frame(3, "TALB", Raw({0, 'B'}))));
     // Genre references named from the genre list; --raw shows them as they
     // are, and JSON has both.
     const std::pair<std::string, std::string> genres[] = {
@@ -208,7 +210,11 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
         // is quoted, its quotes and line breaks escaped.
         {{escapes}, {escapes + kTagOnly, "  TIT2: A\\x01B\\\\\\x7F", "    ", "  TPE1: x\uFFFDy\uFFFD",
                        "  TXXX/WXXX \"\\\"\\n\": v"}},
-        {{large}, {large + kTagOnly, "  TIT2:"}},
+        {{large}, {large + kTagOnly, "  TIT2:"}, 0, {"kzdump: " + large + ": note: a frame declares a body larger than the file*"}},
+        {{"--block-limit", "1K", bodied}, {bodied + kTagOnly, "  TIT2: T", "  TPE1:", "  TALB: B"}, 0,
+         {"kzdump: " + bodied + ": note: a frame body larger than --block-limit was skipped*"}},
+        {{"-q", "--block-limit", "2000", bodied}, {bodied + kTagOnly, "  TIT2: T", "  TPE1:", "  TALB: B"}},
+        {{"--block-limit", "2001", bodied}, {bodied + kTagOnly, "  TIT2: T", "  TPE1: " + std::string(2000, 'x'), "  TALB: B"}},
         {{genre}, Strings{genre + kTagOnly} + named},
         {{"--raw", genre}, Strings{genre + kTagOnly} + raw},
         {{cut}, {cut + kTagOnly, "  TIT2: A", "  TALB:"}},
@@ -244,6 +250,7 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
         {"--type", "70000", two}, {"--type", "12a", two},     {},
         {"--json", "--trace", two}, {"--codes", two}, {"--json=1", two}, {"-rx", two},
         {"--ext", ",", two},      {"--csv", "--json", two},   {"--fields", ",", two},
+        {"--block-limit", "0", two}, {"--block-limit", "4G", two},
     };
     for (const Strings& args : bad) check(args, {}, 2, {"kzdump: *"});
     // The ranges of the numbers: their ends taken, one past them refused.

@@ -35,6 +35,7 @@ public:
         kz_host_read_options_init(&read);
         read.file_type = options_.fileType;
         read.stop_every = options_.stopEvery;
+        read.block_limit = options_.blockLimit;
         if (options_.codes) read.flags |= KZ_HOST_READ_CODES;
         if (options_.mode == OutputMode::Trace) {
             return data != nullptr ? kz_host_trace_memory(reader, data->data(), data->size(), &read, &OnCall, this, &info_)
@@ -179,6 +180,14 @@ void ReportError(std::string_view path, std::string_view reason, const Options& 
     if (jsonLine && options.mode == OutputMode::Json) RenderJsonError(path, reason, out);
 }
 
+void ReportNote(std::string_view path, std::string_view note, std::string& err) {
+    err += "kzdump: ";
+    AppendPrintable(path, err);
+    err += ": note: ";
+    err += note;
+    err += "\n";
+}
+
 FileOutcome DoJob(const Options& options, OrderedOutput& output, kz_host_reader* reader,
                   const std::string& readerError, const Job& job, size_t index, std::string& out,
                   std::string& err) {
@@ -210,6 +219,13 @@ FileOutcome DoJob(const Options& options, OrderedOutput& output, kz_host_reader*
     }
     if (read != KZ_HOST_OK && !(read == KZ_HOST_NOTHING_TO_READ && options.quiet)) {
         ReportError(job.path, Reason(read, file.Info()), options, !file.Started(), out, err);
+    } else if (read == KZ_HOST_OK && file.Info().truncated && !options.quiet) {
+        // The module skipped a body larger than the block limit and left its
+        // field empty; the rest of the file was read.
+        ReportNote(job.path,
+                   options.blockLimit != 0 ? "a frame body larger than --block-limit was skipped; its field is empty"
+                                           : "a frame declares a body larger than the file; it was skipped and its field is empty",
+                   err);
     }
     return outcome;
 }

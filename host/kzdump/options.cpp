@@ -15,7 +15,7 @@ constexpr unsigned kMaxJobs = 256;
 // The values getopt_long returns for options without a short form.
 enum LongOnly : int {
     kVersion = 256, kJson, kTrace, kCodes, kExt, kStopEvery, kType, kFilter, kFields, kCsv, kTsv,
-    kStats, kRaw, kProgress, kNoProgress, kListFields, kExclude, kStdinLimit,
+    kStats, kRaw, kProgress, kNoProgress, kListFields, kExclude, kStdinLimit, kBlockLimit,
 };
 
 // A leading '-': every argument that is no option comes back in its place
@@ -46,6 +46,7 @@ constexpr option kLongOptions[] = {
     {"no-progress", no_argument, nullptr, kNoProgress},
     {"jobs", required_argument, nullptr, 'j'},
     {"stop-every", required_argument, nullptr, kStopEvery},
+    {"block-limit", required_argument, nullptr, kBlockLimit},
     {"type", required_argument, nullptr, kType},
     {"filter", required_argument, nullptr, kFilter},
     {nullptr, 0, nullptr, 0},
@@ -151,6 +152,12 @@ bool Apply(int id, std::string_view value, Options& options, std::string& error)
         case kStdinLimit:
             if (!ParseSize(value, options.stdinLimit)) return BadNumber("--stdin-limit", value, "1 to 4G-1", error);
             return true;
+        case kBlockLimit: {
+            uint64_t limit = 0;
+            if (!ParseSize(value, limit)) return BadNumber("--block-limit", value, "1 to 4G-1", error);
+            options.blockLimit = static_cast<uint32_t>(limit);
+            return true;
+        }
         case kFilter:
             if (value.empty()) {
                 error = "--filter needs a path";
@@ -289,6 +296,8 @@ Run:
       --progress         draw the progress line on stderr
       --no-progress      never draw it
       --stop-every K     answer "stop" at every K-th frame break, and page
+      --block-limit SIZE  the most memory for one frame body (default: the
+                         file's size); larger bodies are skipped, and said
       --type N           the file type to open with (default: detected)
       --filter PATH      load this module (default: $KZ_ID3_MODULE, else
                          the one installed with the kit)

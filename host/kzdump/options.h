@@ -42,6 +42,7 @@ struct Options {
     uint64_t stdinLimit = uint64_t{256} << 20;  // bytes of "-" held in memory
     unsigned jobs = 1;
     uint32_t stopEvery = 0;  // 0: never answer a frame break with "stop"
+    uint32_t blockLimit = 0; // most bytes of one frame body; 0: the file's size
     uint16_t fileType = 0;   // 0: detected from each file
     std::string filterPath;  // empty: the module the kit finds
     std::vector<Argument> paths;
