@@ -6,8 +6,10 @@
 // header, a read of the tag it declares, a read of the last 128 bytes and
 // close.  With -r a directory named is walked as kzdump -r walks it: entries
 // sorted by name, subdirectories entered, symbolic links to directories
-// skipped.  Prints the number of bytes read.
+// skipped; each file is opened relative to its directory (openat), the
+// least path lookup a walk needs.  Prints the number of bytes read.
 // Usage: kz_io_floor [--minimal] [-r] PATH...
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,20 +18,17 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr size_t kFirstRead = 64 * 1024;
 
-uint64_t ReadTags(const char* path, std::vector<uint8_t>& buffer) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+// Files are opened relative to `directory` (AT_FDCWD: the working directory).
+uint64_t ReadTags(int directory, const char* path, std::vector<uint8_t>& buffer) {
+    const int fd = openat(directory, path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return 0;
     struct stat info {};
     uint64_t total = 0;
@@ -64,8 +63,8 @@ uint64_t ReadTags(const char* path, std::vector<uint8_t>& buffer) {
     return total;
 }
 
-uint64_t ReadMinimal(const char* path, std::vector<uint8_t>& buffer) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+uint64_t ReadMinimal(int directory, const char* path, std::vector<uint8_t>& buffer) {
+    const int fd = openat(directory, path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return 0;
     struct stat info {};
     uint64_t total = 0;
@@ -89,23 +88,38 @@ uint64_t ReadMinimal(const char* path, std::vector<uint8_t>& buffer) {
     return total;
 }
 
-void Walk(const fs::path& directory, std::vector<std::string>& files) {
-    std::error_code ec;
-    fs::directory_iterator it(directory, ec);
-    if (ec) return;
-    std::vector<std::pair<std::string, fs::directory_entry>> entries;
-    for (const fs::directory_entry& entry : it) {
-        entries.emplace_back(entry.path().filename().native(), entry);
+using Reader = uint64_t (*)(int, const char*, std::vector<uint8_t>&);
+
+// Reads every file under the directory open as `directory`, names sorted,
+// subdirectories entered where they sort; closes it.
+uint64_t Walk(int directory, Reader read, std::vector<uint8_t>& buffer) {
+    DIR* listing = fdopendir(directory);
+    if (listing == nullptr) {
+        close(directory);
+        return 0;
     }
-    std::sort(entries.begin(), entries.end(),
-              [](const auto& a, const auto& b) { return a.first < b.first; });
-    for (const auto& [name, entry] : entries) {
-        if (entry.is_directory(ec) && !entry.is_symlink(ec)) {
-            Walk(entry.path(), files);
-        } else if (!entry.is_symlink(ec) || !entry.is_directory(ec)) {
-            files.push_back(entry.path().string());
+    std::vector<std::pair<std::string, unsigned char>> entries;
+    while (const dirent* entry = readdir(listing)) {
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+            entries.emplace_back(entry->d_name, entry->d_type);
         }
     }
+    std::sort(entries.begin(), entries.end());
+    uint64_t total = 0;
+    for (const auto& [name, type] : entries) {
+        struct stat info {};
+        const bool isDirectory =
+            type == DT_DIR || (type == DT_UNKNOWN && fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                               S_ISDIR(info.st_mode));
+        if (isDirectory) {
+            const int sub = openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            if (sub >= 0) total += Walk(sub, read, buffer);
+        } else if (type != DT_LNK || fstatat(directory, name.c_str(), &info, 0) != 0 || !S_ISDIR(info.st_mode)) {
+            total += read(directory, name.c_str(), buffer);
+        }
+    }
+    closedir(listing);
+    return total;
 }
 
 }  // namespace
@@ -113,23 +127,20 @@ void Walk(const fs::path& directory, std::vector<std::string>& files) {
 int main(int argc, char** argv) {
     bool minimal = false;
     bool recursive = false;
-    std::vector<std::string> files;
+    std::vector<uint8_t> buffer(kFirstRead);
+    uint64_t total = 0;
     for (int i = 1; i < argc; ++i) {
-        std::error_code ec;
+        const Reader read = minimal ? ReadMinimal : ReadTags;
         if (std::strcmp(argv[i], "--minimal") == 0) {
             minimal = true;
         } else if (std::strcmp(argv[i], "-r") == 0) {
             recursive = true;
-        } else if (recursive && fs::is_directory(argv[i], ec)) {
-            Walk(argv[i], files);
+        } else if (const int directory = recursive ? open(argv[i], O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+                   directory >= 0) {
+            total += Walk(directory, read, buffer);
         } else {
-            files.emplace_back(argv[i]);
+            total += read(AT_FDCWD, argv[i], buffer);
         }
-    }
-    std::vector<uint8_t> buffer(kFirstRead);
-    uint64_t total = 0;
-    for (const std::string& file : files) {
-        total += minimal ? ReadMinimal(file.c_str(), buffer) : ReadTags(file.c_str(), buffer);
     }
     std::printf("%llu\n", static_cast<unsigned long long>(total));
     return 0;

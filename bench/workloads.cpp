@@ -157,4 +157,64 @@ Bytes LibraryFile(std::mt19937& random) {
     return file;
 }
 
+Bytes TaggerFile(std::mt19937& random) {
+    const bool v24 = Between(random, 0, 2) == 0;
+    const int major = v24 ? 4 : 3;
+    // The tagger writes every text in one encoding: UTF-8 in ID3v2.4,
+    // UTF-16 with its mark in ID3v2.3.
+    const auto encoded = [&](std::string_view latin1) {
+        if (!v24) {
+            std::u16string utf16;
+            for (const char c : latin1) utf16 += static_cast<char16_t>(static_cast<uint8_t>(c));
+            return Utf16Le(utf16);
+        }
+        Bytes utf8;
+        for (const char c : latin1) {
+            const auto code = static_cast<uint8_t>(c);
+            utf8 += code < 0x80 ? Raw({code}) : Raw({static_cast<uint8_t>(0xC0 | code >> 6),
+                                                    static_cast<uint8_t>(0x80 | (code & 0x3F))});
+        }
+        return utf8;
+    };
+    const auto text = [&](std::string_view latin1) { return Raw({v24 ? uint8_t{3} : uint8_t{1}}) + encoded(latin1); };
+    const auto terminator = [&] { return v24 ? Raw({0}) : Raw({0, 0}); };
+    const char* const ids[] = {"TIT2", "TPE1", "TALB", "TRCK", "TCON", "TPE2", "TPOS", "TSOP",
+                               "TCOM", "TPUB", "TMED", "TSRC", "TLAN", "TBPM", "TSSE", "TENC",
+                               "TIT1", "TIT3", "TOPE", "TOAL", "TCOP", "TKEY", "TSOA", "TSOT",
+                               "TLEN"};
+    Bytes content;
+    const int textFrames = Between(random, 8, 25);
+    for (int i = 0; i < textFrames; ++i) {
+        content += Frame(major, ids[i], text(RandomText(random, static_cast<size_t>(Between(random, 2, 40)))));
+    }
+    content += Frame(major, v24 ? "TDRC" : "TYER", text("2004"));
+    const char* const userDefined[][2] = {
+        {"REPLAYGAIN_TRACK_GAIN", "-1.80 dB"}, {"REPLAYGAIN_TRACK_PEAK", "0.988312"},
+        {"REPLAYGAIN_ALBUM_GAIN", "-2.41 dB"}, {"REPLAYGAIN_ALBUM_PEAK", "1.000000"},
+        {"MusicBrainz Album Id", "1f4d5e3a-8c7b-4e2a-9d61-0b3c5a7e9f12"},
+        {"MusicBrainz Artist Id", "7a9e2c14-3b5d-4f68-a1c0-92e4d7b6f035"},
+        {"MusicBrainz Release Group Id", "c3e8a5f1-6d2b-4a97-8e04-5f1b9d3c7a26"}};
+    for (const auto& [description, value] : userDefined) {
+        content += Frame(major, "TXXX", text(description) + terminator() + encoded(value));
+    }
+    content += Frame(major, "UFID", Latin1("http://musicbrainz.org") + Raw({0}) +
+                                        Latin1("9b1e4f7c-2a6d-4c83-b5e0-7d3f1a8c6e49"));
+    if (Between(random, 0, 2) == 0) {
+        const auto pictureBytes = static_cast<size_t>(Between(random, 10, 300)) * 1024;
+        content += Frame(major, "APIC", PictureBody(random, pictureBytes));
+    }
+    const auto padding = static_cast<uint32_t>(Between(random, 1024, 2048));
+    Bytes file = Tag(major, content, {.padding = padding}) + SilentMpegFrames(Between(random, 4, 12));
+    if (Between(random, 0, 9) < 3) {
+        file += Id3v1({.title = RandomText(random, 20),
+                       .artist = RandomText(random, 16),
+                       .album = RandomText(random, 24),
+                       .year = "2004",
+                       .comment = "",
+                       .track = static_cast<uint8_t>(Between(random, 1, 20)),
+                       .genre = static_cast<uint8_t>(Between(random, 0, 125))});
+    }
+    return file;
+}
+
 }  // namespace kzbench

@@ -38,6 +38,12 @@ Bytes Id3v1OnlyFile();                              // audio and the 128-byte tr
 // 300 KB in a third of them, an ID3v1 trailer in a third, a few silent MPEG
 // frames.
 Bytes LibraryFile(std::mt19937& random);
+// A file as a common Python tagger writes a library: two thirds ID3v2.3
+// with UTF-16 text, one third ID3v2.4 with UTF-8 text, 8 to 25 text frames,
+// ReplayGain and MusicBrainz user-defined fields and a MusicBrainz UFID,
+// a picture of 10 to 300 KB as the last frame in a third of them, 1 to 2 KB
+// of padding, an ID3v1.1 trailer in 30%, and a few silent MPEG frames.
+Bytes TaggerFile(std::mt19937& random);
 
 }  // namespace kzbench
 
