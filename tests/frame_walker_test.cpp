@@ -84,17 +84,17 @@ TEST(Breaks, StoppingAtEveryFrameGivesThePlainOutput) {
     for (const uint32_t status : {0x10000u, 0xFFFF0000u}) {
         Session s(file);
         s.Start();
-        s.host.StopAtFrameBreak(0, status);
+        s.host.breakStatus = status;
         EXPECT_EQ(s.ReadToEnd(), 1) << std::hex << status;
-        EXPECT_EQ(s.host.calls(), expected) << std::hex << status;
+        EXPECT_EQ(s.host.calls, expected) << std::hex << status;
     }
     for (const uint32_t status : {1u, 0x10001u}) {
         for (const bool saving : {false, true}) {
             Session s(file);
             s.Start();
-            s.host.StopAtFrameBreak(0, status);
+            s.host.breakStatus = status;
             int reads = 0;
-            for (; reads < 20 && (s.host.calls().empty() || s.host.calls().back() != "break 2");
+            for (; reads < 20 && (s.host.calls.empty() || s.host.calls.back() != "break 2");
                  ++reads) {
                 if (saving) {
                     VwSavedState saved;
@@ -111,7 +111,7 @@ TEST(Breaks, StoppingAtEveryFrameGivesThePlainOutput) {
                 EXPECT_EQ(s.ctx()->frameCount, 1u);
             }
             EXPECT_EQ(reads, 5) << saving;
-            EXPECT_EQ(s.host.calls(), expected) << saving;
+            EXPECT_EQ(s.host.calls, expected) << saving;
         }
     }
 }
@@ -121,10 +121,11 @@ TEST(Breaks, StoppingAtEveryFrameGivesThePlainOutput) {
 TEST(SavedState, RestoredBlockReplaysTheSameFrames) {
     Session s(kFourFrames);
     s.Start();
-    s.host.StopAtFrameBreak(2);
+    s.host.breakStatus = 1;
+    s.host.breakAt = 2;
     EXPECT_EQ(s.Read(), 0);
     s.host.Take();
-    s.host.breakAnswer = nullptr;
+    s.host.breakStatus = 0;
 
     EXPECT_EQ(VwStreamTell(s.file.stream(), s.context), 0);
     EXPECT_EQ(s.ctx()->savedPos, s.file.position());

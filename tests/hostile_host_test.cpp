@@ -50,7 +50,7 @@ Calls ReadThrough(Session& session) {
     KzFileInfo info{};
     VwStreamOpen(stream, VW_FILETYPE_DEFAULT, 0, &info, session.context);
     VwStreamSection(stream, session.context);
-    for (int n = 0; n < 200 && !Ended(session.host.calls()); ++n)
+    for (int n = 0; n < 200 && !Ended(session.host.calls); ++n)
         EXPECT_EQ(VwStreamRead(stream, session.context), 0);
     EXPECT_EQ(KzSysLiveBlocks(), liveBefore) << "a host block was not released";
     return session.host.Take();

@@ -83,7 +83,7 @@ TEST(StreamOpen, DecidesWhetherThereIsAnythingToRead) {
         EXPECT_EQ(ctx->hasId3v2, c.hasId3v2) << c.name;
         EXPECT_EQ(ctx->hasId3v1, c.hasId3v1) << c.name;
         EXPECT_EQ(ctx->sectionState, 0) << c.name;
-        EXPECT_TRUE(s.host.calls().empty()) << c.name;
+        EXPECT_TRUE(s.host.calls.empty()) << c.name;
     }
 }
 

@@ -33,15 +33,9 @@ int32_t MemoryStream::Seek(KzStream* stream, uint16_t origin, int32_t offset) {
     MemoryStream* self = Owner(stream);
     const int index = self->seeks++;
     if (self->neverMoves) return 0;
-    int64_t base = 0;
-    if (origin == SO_SEEK_CUR) base = self->position_;
-    if (origin == SO_SEEK_END) base = static_cast<int64_t>(self->data_.size());
-    const int64_t target = base + offset;
-    if ((self->refuseSeek && self->refuseSeek(index)) || origin > SO_SEEK_END || target < 0 ||
-        target > static_cast<int64_t>(self->data_.size())) {
-        ++self->failedSeeks;
-        return -1;
-    }
+    const auto size = static_cast<int64_t>(self->data_.size());
+    const int64_t target = offset + (origin == SO_SEEK_CUR ? self->position_ : origin == SO_SEEK_END ? size : 0);
+    if ((self->refuseSeek && self->refuseSeek(index)) || origin > SO_SEEK_END || target < 0 || target > size) return -1;
     self->position_ = static_cast<uint32_t>(target);
     return 0;
 }

@@ -28,7 +28,6 @@ public:
     // of the call it may spoil.
     int reads = 0;
     int seeks = 0;
-    int failedSeeks = 0;
     int tells = 0;
     // The most bytes this read delivers (still bounded by the data).
     std::function<uint32_t(int read, uint32_t count)> readLimit;

@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <set>
 
 namespace kztest {
@@ -23,13 +21,18 @@ std::string Hex(uint32_t value) {
     std::snprintf(text, sizeof text, "%x", value);
     return text;
 }
+std::string Dec(uint32_t value) { return std::to_string(value); }
+std::string Kind(uint32_t kind) { return kind == SO_TAG_FRAME ? "F" : kind == SO_TAG_STRING ? "S" : Hex(kind); }
+std::string Number(uint32_t number) { return number == 0xFFFFFFFFu ? "ffffffff" : Dec(number); }
 
-std::string TagKind(uint32_t kind) {
-    return kind == SO_TAG_FRAME ? "F" : kind == SO_TAG_STRING ? "S" : Hex(kind);
+std::set<const RecordingHost*>& LiveHosts() {
+    static std::set<const RecordingHost*> hosts;
+    return hosts;
 }
-std::string TagNumber(uint32_t number) { return number == 0xFFFFFFFFu ? "ffffffff" : std::to_string(number); }
-std::string CharSet(uint32_t charset) {
-    return charset == SO_CHARSET_LATIN1 ? "latin1" : charset == SO_CHARSET_UTF16 ? "utf16" : Hex(charset);
+
+template <typename Function>
+SORoutine Routine(Function* function) {
+    return reinterpret_cast<SORoutine>(function);
 }
 
 }  // namespace
@@ -46,19 +49,11 @@ Calls Codes(std::initializer_list<uint32_t> codes) {
     return out;
 }
 
-Calls BeginFrame(uint32_t number, uint32_t field) {
-    return {"begin F " + std::to_string(number) + " " + std::to_string(field)};
-}
-
-Calls EndFrame(uint32_t number) { return {"end F " + std::to_string(number)}; }
-
+Calls BeginFrame(uint32_t number, uint32_t field) { return {"begin F " + Dec(number) + " " + Dec(field)}; }
+Calls EndFrame(uint32_t number) { return {"end F " + Dec(number)}; }
 Calls TextField(uint32_t number, uint32_t field, std::string_view text) {
     return BeginFrame(number, field) + Chars(text) + EndFrame(number);
 }
-
-Calls FrameBreak() { return {"break 11"}; }
-Calls EndBreak() { return {"break 2"}; }
-Calls SectionStart() { return {"start 9 0 0", "charset latin1", "flags 8000"}; }
 Calls Utf16(const Calls& inner) { return Calls{"charset utf16"} + inner + Calls{"charset latin1"}; }
 
 Calls V1Fields(uint32_t first, std::string_view title) {
@@ -68,100 +63,57 @@ Calls V1Fields(uint32_t first, std::string_view title) {
 
 // ---- RecordingHost ---------------------------------------------------------------
 
-RegistrationEntries LinkedEntries() { return {&VwLocalUp, &VwSetSoRtn, &VwSetUser}; }
-
-RegistrationEntries TableEntries(const VwEntry* table) {
-    return {reinterpret_cast<VwLocalUpFn>(table[VW_ENTRY_LOCALUP]),
-            reinterpret_cast<VwSetSoRtnFn>(table[VW_ENTRY_SETSORTN]),
-            reinterpret_cast<VwSetUserFn>(table[VW_ENTRY_SETUSER])};
+RecordingHost* RecordingHost::Find(uint64_t user1, uint64_t user2) {
+    auto* host = reinterpret_cast<RecordingHost*>(static_cast<uintptr_t>(user1));
+    if (user2 == kUserMagic && LiveHosts().count(host) != 0) return host;
+    ADD_FAILURE() << "host routine called with user pair " << std::hex << user1 << ", " << user2;
+    return nullptr;
 }
 
-namespace {
-std::set<const RecordingHost*>& LiveHosts() {
-    static std::set<const RecordingHost*> hosts;
-    return hosts;
+void RecordingHost::Record(uint64_t user1, uint64_t user2, std::string call) {
+    if (RecordingHost* host = Find(user1, user2)) host->calls.push_back(std::move(call));
 }
-}  // namespace
 
-struct RecordingRoutines {
-    static RecordingHost* Find(uint64_t user1, uint64_t user2) {
-        auto* host = reinterpret_cast<RecordingHost*>(static_cast<uintptr_t>(user1));
-        if (user2 != RecordingHost::kUserMagic || LiveHosts().count(host) == 0) {
-            ADD_FAILURE() << "host routine called with user pair " << std::hex << user1 << ", "
-                          << user2;
-            return nullptr;
-        }
-        return host;
-    }
-
-    static void Rec(uint64_t user1, uint64_t user2, const std::string& call) {
-        if (auto* h = Find(user1, user2)) h->Record(std::move(call));
-    }
-    static void OutChar(uint16_t code, uint64_t u1, uint64_t u2) { Rec(u1, u2, "char " + Hex(code)); }
-    static void OutSpecial(uint16_t special, uint64_t u1, uint64_t u2) {
-        Rec(u1, u2, "special " + std::to_string(special));
-    }
-    static uint32_t OutBreak(uint16_t kind, uint16_t zero, uint64_t u1, uint64_t u2) {
-        auto* h = Find(u1, u2);
-        if (h == nullptr) return 0;
-        std::string call = "break " + std::to_string(kind);
-        if (zero != 0) call.append(" ").append(std::to_string(zero));
-        h->Record(std::move(call));
-        if (kind == SO_BREAK_FRAME) ++h->frameBreaks_;
-        return h->breakAnswer ? h->breakAnswer(kind, h->frameBreaks_) : 0;
-    }
-    static void StartSection(uint32_t a, uint32_t b, uint32_t c, uint64_t u1, uint64_t u2) {
-        Rec(u1, u2, "start " + std::to_string(a) + " " + std::to_string(b) + " " + std::to_string(c));
-    }
-    static void ReportFailure(uint32_t failure, uint64_t u1, uint64_t u2) {
-        Rec(u1, u2, "failure " + std::to_string(failure));
-    }
-    static void BeginTag(uint32_t kind, uint32_t number, const KzTagDescriptor* descriptor, uint64_t u1,
-                         uint64_t u2) {
-        const std::string field = descriptor ? std::to_string(descriptor->fieldNumber) : "null";
-        Rec(u1, u2, "begin " + TagKind(kind) + " " + TagNumber(number) + " " + field);
-    }
-    static void EndTag(uint32_t kind, uint32_t number, uint64_t u1, uint64_t u2) {
-        Rec(u1, u2, "end " + TagKind(kind) + " " + TagNumber(number));
-    }
-    static void SetCharSet(uint32_t charset, uint64_t u1, uint64_t u2) { Rec(u1, u2, "charset " + CharSet(charset)); }
-    static void SetSectionFlags(uint32_t flags, uint64_t u1, uint64_t u2) { Rec(u1, u2, "flags " + Hex(flags)); }
-};
-
-RecordingHost::RecordingHost(VwContext* context, const RegistrationEntries& entries) {
+RecordingHost::RecordingHost(VwContext* context) {
     LiveHosts().insert(this);
-    entries.localUp(0x10CA1u, &localUpValue, context);
-    const struct {
-        uint16_t id;
-        SORoutine routine;
-    } routines[] = {
-        {SO_ROUTINE_OUTCHAR, reinterpret_cast<SORoutine>(&RecordingRoutines::OutChar)},
-        {SO_ROUTINE_OUTSPECIAL, reinterpret_cast<SORoutine>(&RecordingRoutines::OutSpecial)},
-        {SO_ROUTINE_OUTBREAK, reinterpret_cast<SORoutine>(&RecordingRoutines::OutBreak)},
-        {SO_ROUTINE_STARTSECTION, reinterpret_cast<SORoutine>(&RecordingRoutines::StartSection)},
-        {SO_ROUTINE_REPORTFAILURE, reinterpret_cast<SORoutine>(&RecordingRoutines::ReportFailure)},
-        {SO_ROUTINE_BEGINTAG, reinterpret_cast<SORoutine>(&RecordingRoutines::BeginTag)},
-        {SO_ROUTINE_ENDTAG, reinterpret_cast<SORoutine>(&RecordingRoutines::EndTag)},
-        {SO_ROUTINE_SETCHARSET, reinterpret_cast<SORoutine>(&RecordingRoutines::SetCharSet)},
-        {SO_ROUTINE_SETSECTIONFLAGS, reinterpret_cast<SORoutine>(&RecordingRoutines::SetSectionFlags)},
+    uint64_t value = 0;
+    VwLocalUp(0x10CA1u, &value, context);
+    using U = uint64_t;
+    const std::pair<uint16_t, SORoutine> routines[] = {
+        {SO_ROUTINE_OUTCHAR, Routine(+[](uint16_t code, U a, U b) { Record(a, b, "char " + Hex(code)); })},
+        {SO_ROUTINE_OUTSPECIAL, Routine(+[](uint16_t special, U a, U b) { Record(a, b, "special " + Dec(special)); })},
+        {SO_ROUTINE_OUTBREAK, Routine(+[](uint16_t kind, uint16_t zero, U a, U b) -> uint32_t {
+             RecordingHost* host = Find(a, b);
+             if (host == nullptr) return 0;
+             host->calls.push_back("break " + Dec(kind) + (zero != 0 ? " " + Dec(zero) : ""));
+             if (kind != SO_BREAK_FRAME) return 0;
+             ++host->frameBreaks;
+             return host->breakAt == 0 || host->breakAt == host->frameBreaks ? host->breakStatus : 0;
+         })},
+        {SO_ROUTINE_STARTSECTION, Routine(+[](uint32_t x, uint32_t y, uint32_t z, U a, U b) {
+             Record(a, b, "start " + Dec(x) + " " + Dec(y) + " " + Dec(z));
+         })},
+        {SO_ROUTINE_REPORTFAILURE, Routine(+[](uint32_t what, U a, U b) { Record(a, b, "failure " + Dec(what)); })},
+        {SO_ROUTINE_BEGINTAG, Routine(+[](uint32_t kind, uint32_t number, const KzTagDescriptor* d, U a, U b) {
+             Record(a, b, "begin " + Kind(kind) + " " + Number(number) + " " + (d ? Dec(d->fieldNumber) : "null"));
+         })},
+        {SO_ROUTINE_ENDTAG, Routine(+[](uint32_t kind, uint32_t number, U a, U b) {
+             Record(a, b, "end " + Kind(kind) + " " + Number(number));
+         })},
+        {SO_ROUTINE_SETCHARSET, Routine(+[](uint32_t charset, U a, U b) {
+             Record(a, b, "charset " + (charset == SO_CHARSET_LATIN1   ? std::string("latin1")
+                                        : charset == SO_CHARSET_UTF16 ? std::string("utf16")
+                                                                      : Hex(charset)));
+         })},
+        {SO_ROUTINE_SETSECTIONFLAGS, Routine(+[](uint32_t flags, U a, U b) { Record(a, b, "flags " + Hex(flags)); })},
     };
-    for (const auto& r : routines) entries.setSoRtn(r.id, r.routine, context);
-    entries.setUser(reinterpret_cast<uintptr_t>(this), kUserMagic, context);
+    for (const auto& [id, routine] : routines) VwSetSoRtn(id, routine, context);
+    VwSetUser(reinterpret_cast<uintptr_t>(this), kUserMagic, context);
 }
 
 RecordingHost::~RecordingHost() { LiveHosts().erase(this); }
 
-Calls RecordingHost::Take() {
-    Calls out;
-    out.swap(calls_);
-    return out;
-}
-
-void RecordingHost::StopAtFrameBreak(int k, uint32_t status) {
-    breakAnswer = [k, status](uint16_t kind, int frameBreaks) -> uint32_t {
-        return kind == SO_BREAK_FRAME && (k == 0 || frameBreaks == k) ? status : 0;
-    };
-}
+Calls RecordingHost::Take() { return std::exchange(calls, {}); }
 
 // ---- Session ------------------------------------------------------------------------
 
@@ -180,21 +132,19 @@ void Session::Start() {
     EXPECT_EQ(host.Take(), SectionStart());
 }
 
-int32_t Session::Read() { return VwStreamRead(file.stream(), context); }
-
 Calls Session::StartAndRead() {
     Start();
     EXPECT_EQ(Read(), 0);
     return host.Take();
 }
 
-int Session::ReadToEnd(int maxCalls) {
-    for (int n = 1; n <= maxCalls; ++n) {
+int Session::ReadToEnd() {
+    for (int n = 1; n <= 64; ++n) {
         EXPECT_EQ(Read(), 0);
-        if (!host.calls().empty() && host.calls().back() == "break 2") return n;
+        if (!host.calls.empty() && host.calls.back() == "break 2") return n;
     }
-    ADD_FAILURE() << "no end break after " << maxCalls << " read calls";
-    return maxCalls;
+    ADD_FAILURE() << "no end break after 64 read calls";
+    return 64;
 }
 
 void ExpectWholeReads(const std::vector<FileCase>& cases) {

@@ -17,7 +17,6 @@
 #define KZ_TESTS_RECORDING_HOST_H
 
 #include <cstdint>
-#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -36,62 +35,55 @@ Calls operator+(Calls a, const Calls& b);
 Calls& operator+=(Calls& to, const Calls& more);
 
 // Expected-call builders.
-Calls Chars(std::string_view text);       // one "char" per byte
+Calls Chars(std::string_view text);                  // one "char" per byte
 Calls Codes(std::initializer_list<uint32_t> codes);  // one "char" per code
 Calls BeginFrame(uint32_t number, uint32_t field);
 Calls EndFrame(uint32_t number);
 // begin F, the characters of text, end F.
 Calls TextField(uint32_t number, uint32_t field, std::string_view text);
-Calls FrameBreak();
-Calls EndBreak();
-Calls SectionStart();  // the three calls of VwStreamSection
-Calls Utf16(const Calls& inner);  // inner bracketed by the two charset calls
+inline Calls FrameBreak() { return {"break 11"}; }
+inline Calls EndBreak() { return {"break 2"}; }
+// The three calls of VwStreamSection.
+inline Calls SectionStart() { return {"start 9 0 0", "charset latin1", "flags 8000"}; }
+// inner bracketed by the two charset calls.
+Calls Utf16(const Calls& inner);
+inline Calls Repeat(const Calls& calls, size_t times) {
+    Calls out;
+    for (size_t i = 0; i < times; ++i) out += calls;
+    return out;
+}
 // The fields of the trailer Id3v1({.title = title}) numbered from `first`.
 Calls V1Fields(uint32_t first, std::string_view title = "V");
 
 // A text frame body: encoding byte 0, then the characters.
 inline Bytes TextBody(std::string_view text) { return Raw({0}) + Latin1(text); }
 
-// The entry points a RecordingHost registers its routines through.
-struct RegistrationEntries {
-    VwLocalUpFn localUp;
-    VwSetSoRtnFn setSoRtn;
-    VwSetUserFn setUser;
-};
-RegistrationEntries LinkedEntries();
-RegistrationEntries TableEntries(const VwEntry* table);
-
-// Registers the nine routines the module calls on a context, with the user
-// pair (this, kUserMagic), and records every call.  A routine called with any
-// other pair adds a test failure.
+// Registers, through VwLocalUp, VwSetSoRtn and VwSetUser, the nine routines
+// the module calls on a context, with the user pair (this, kUserMagic), and
+// records every call.  A routine called with any other pair adds a test
+// failure.
 class RecordingHost {
 public:
     static constexpr uint64_t kUserMagic = 0x5EC0DE00C0FFEE42ull;
 
-    explicit RecordingHost(VwContext* context, const RegistrationEntries& entries = LinkedEntries());
+    explicit RecordingHost(VwContext* context);
     ~RecordingHost();
     RecordingHost(const RecordingHost&) = delete;
     RecordingHost& operator=(const RecordingHost&) = delete;
 
     // The calls recorded since the last Take.
     Calls Take();
-    const Calls& calls() const { return calls_; }
 
-    // The answer to SOOutBreak; by default 0 (go on).  Receives the kind and
-    // the count of frame breaks seen so far, this one included.
-    std::function<uint32_t(uint16_t kind, int frameBreaks)> breakAnswer;
-    // Answers `status` to the k-th frame break (counting from 1), or to every
-    // frame break when k is 0.
-    void StopAtFrameBreak(int k, uint32_t status = 1);
-
-    uint64_t localUpValue = 0;
+    Calls calls;
+    // The answer to the breakAt-th frame break (counting from 1), or to every
+    // frame break when breakAt is 0; other breaks are answered 0 (go on).
+    uint32_t breakStatus = 0;
+    int breakAt = 0;
+    int frameBreaks = 0;
 
 private:
-    friend struct RecordingRoutines;
-    void Record(std::string call) { calls_.push_back(std::move(call)); }
-
-    Calls calls_;
-    int frameBreaks_ = 0;
+    static RecordingHost* Find(uint64_t user1, uint64_t user2);
+    static void Record(uint64_t user1, uint64_t user2, std::string call);
 };
 
 // A context with a recording host on a file, for driving whole reads.
@@ -106,12 +98,12 @@ public:
     // VwStreamOpen (expecting 0) and VwStreamSection; the section's calls
     // are taken out of the record.
     void Start();
-    int32_t Read();
+    int32_t Read() { return VwStreamRead(file.stream(), context); }
     // Start, then one read (expecting 0); the calls that read made.
     Calls StartAndRead();
-    // Reads until the end break, at most maxCalls read calls; returns the
-    // number of read calls made.
-    int ReadToEnd(int maxCalls = 64);
+    // Reads until the end break, at most 64 read calls; returns the number
+    // of read calls made.
+    int ReadToEnd();
     kz::ProcessContext* ctx() const { return kz::ToContext(context); }
 
     VwContext* context;
