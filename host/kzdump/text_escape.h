@@ -70,17 +70,34 @@ constexpr ByteSet MakeByteSet(Plain plain) {
 
 constexpr bool IsPrintableAscii(unsigned char b) { return b >= 0x20 && b < 0x7F; }
 
-// Walks text: runs of bytes in `plain` go to plainRun(run), every other
-// character to other(cp, bytes) with its bytes (one byte and kNotUtf8 for a
-// byte that is not UTF-8).  Every 64 KiB of input the output may drain.
+// The end of the run of characters that go out as they are from text[i]:
+// bytes in `plain`, and characters of two to four bytes that every output
+// copies (valid UTF-8, neither a C1 control nor an invisible character).
+inline size_t PlainRunEnd(std::string_view text, size_t i, const ByteSet& plain) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    while (i < text.size()) {
+        if (plain[bytes[i]]) {
+            ++i;
+            continue;
+        }
+        char32_t cp = 0;
+        const size_t length = bytes[i] >= 0x80 ? Utf8Length(text, i, cp) : 0;
+        if (length == 0 || IsControl(cp) || IsInvisible(cp)) break;
+        i += length;
+    }
+    return i;
+}
+
+// Walks text: runs of characters that go out as they are (see
+// PlainRunEnd) go to plainRun(run), every other character to other(cp,
+// bytes) with its bytes (one byte and kNotUtf8 for a byte that is not
+// UTF-8).  Every 64 KiB of input the output may drain.
 template <typename PlainRun, typename Other>
 void Walk(std::string_view text, Out& out, const ByteSet& plain, PlainRun plainRun, Other other) {
     constexpr size_t kPiece = 64 * 1024;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
     size_t paused = 0;
     for (size_t i = 0; i < text.size();) {
-        size_t j = i;
-        while (j < text.size() && plain[bytes[j]]) ++j;
+        const size_t j = PlainRunEnd(text, i, plain);
         if (j > i) {
             plainRun(text.substr(i, j - i));
             i = j;
