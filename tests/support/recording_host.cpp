@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <set>
+#include <utility>
 
 namespace kztest {
 
