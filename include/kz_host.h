@@ -170,6 +170,9 @@ typedef struct kz_host_read_options {
     uint32_t stop_every;  /* stop at every K-th frame break, save and restore; 0: never */
     uint64_t char_limit;  /* characters kept per file; 0: a bound from the file's size */
     unsigned flags;       /* KZ_HOST_READ_* */
+    int directory;        /* a file's path, when relative, is opened from this open
+                             directory (openat(2)), as a walk gives it; -1 (set by
+                             _init): from the working directory */
 } kz_host_read_options;
 
 KZ_HOST_API void kz_host_read_options_init(kz_host_read_options* options);
@@ -407,6 +410,10 @@ typedef struct kz_host_walk_entry {
     size_t path_len;
     int error;           /* 0: a file; else the errno with which the directory `path`
                             could not be opened or read */
+    int directory;       /* a file's directory, open until the next kz_host_walk_next
+                            (dup(2) it to keep it): read `name` from it with the read
+                            option `directory`, sparing the lookup of the whole path */
+    const char* name;    /* the file's name within that directory, the end of `path` */
 } kz_host_walk_entry;
 
 KZ_HOST_API void kz_host_walk_options_init(kz_host_walk_options* options);

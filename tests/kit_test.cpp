@@ -353,6 +353,7 @@ TEST(Kit, NamesFieldNumbersAndFindsThemByIdentifier) {
 // Each entry of a walk as "path errno", END at the end.
 Strings Walked(const std::string& root, const kz_host_walk_options* options,
                const std::function<void(size_t)>& between = nullptr) {
+    Reader reader;
     kz_host_walk* walk = nullptr;
     EXPECT_EQ(kz_host_walk_new(root.c_str(), options, &walk), KZ_HOST_OK);
     Strings entries;
@@ -360,6 +361,15 @@ Strings Walked(const std::string& root, const kz_host_walk_options* options,
     for (int status; (status = kz_host_walk_next(walk, &entry)) == KZ_HOST_OK;) {
         EXPECT_EQ(entry->struct_size, sizeof *entry);
         EXPECT_EQ(entry->path_len, std::strlen(entry->path));
+        // A file is read by its name from its open directory.
+        if (entry->error == 0) {
+            EXPECT_EQ(entry->path + entry->path_len - std::strlen(entry->name), entry->name);
+            kz_host_read_options options;
+            kz_host_read_options_init(&options);
+            options.directory = entry->directory;
+            EXPECT_EQ(kz_host_read_file(reader.reader, entry->name, &options, &Ignore, nullptr, nullptr),
+                      KZ_HOST_NOTHING_TO_READ) << entry->path;
+        }
         entries.push_back(std::string(entry->path).substr(root.size()) + " " + std::to_string(entry->error));
         if (between) between(entries.size());
     }

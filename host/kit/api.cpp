@@ -63,7 +63,7 @@ int ReadSource(kz_host_reader* reader, bool fromFile, const char* path, const vo
         return reader->reader.Read(memory, options, sink, info);
     }
     kzhost::FileSource& file = reader->reader.File();
-    const int opened = file.Open(path, info.errno_value);
+    const int opened = file.Open(options.directory, path, info.errno_value);
     if (opened != KZ_HOST_OK) return opened;
     if (started != nullptr) *started = true;
     const int status = reader->reader.Read(file, options, sink, info);
@@ -200,6 +200,7 @@ void kz_host_read_options_init(kz_host_read_options* options) {
     if (options == nullptr) return;
     *options = kz_host_read_options{};
     options->struct_size = sizeof *options;
+    options->directory = -1;
 }
 
 int kz_host_read_file(kz_host_reader* reader, const char* path,
@@ -261,7 +262,7 @@ int kz_host_detect_file(const char* path, uint16_t* file_type, int* audio) {
     try {
         kzhost::FileSource file;
         int error = 0;
-        const int status = file.Open(path, error);
+        const int status = file.Open(-1, path, error);
         if (status != KZ_HOST_OK) return WithErrno(status, error);
         const kzhost::DetectedType detected = kzhost::DetectType(file);
         *file_type = detected.fileType;

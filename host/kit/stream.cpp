@@ -92,11 +92,11 @@ FileSource::FileSource() : window_(new uint8_t[kWindowSize]), tail_(new uint8_t[
 
 FileSource::~FileSource() { Close(); }
 
-int FileSource::Open(const char* path, int& error) {
+int FileSource::Open(int directory, const char* path, int& error) {
     Close();
     // O_NONBLOCK: opening a FIFO must not wait for a writer; it is refused
     // below as not a regular file.
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int fd = openat(directory < 0 ? AT_FDCWD : directory, path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         error = errno;
         return KZ_HOST_ERROR_IO;

@@ -77,9 +77,10 @@ public:
     FileSource();
     ~FileSource() override;
 
-    // Opens a regular file: KZ_HOST_OK, or a KZ_HOST_ERROR_* status with the
-    // errno of the failed call in `error` (EISDIR for a directory).
-    int Open(const char* path, int& error);
+    // Opens a regular file, a relative path from the open `directory` (-1:
+    // the working directory): KZ_HOST_OK, or a KZ_HOST_ERROR_* status with
+    // the errno of the failed call in `error` (EISDIR for a directory).
+    int Open(int directory, const char* path, int& error);
     void Close();
     int ReadError() const override { return readError_; }
     uint32_t ReadAt(uint32_t at, uint8_t* buffer, uint32_t count) override;

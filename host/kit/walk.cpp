@@ -1,11 +1,15 @@
 // Directory walks: depth first, names sorted byte-wise, one listing per
 // open directory held at a time, every directory that cannot be listed
-// given as an entry of its own.
+// given as an entry of its own.  Each directory is opened from its parent
+// and stays open while its entries are given, so that neither the walk nor
+// its reader looks up a whole path again.
 #include "kz_host.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -19,9 +23,14 @@
 struct kz_host_walk {
     struct Listing {
         std::string path;
+        DIR* stream = nullptr;  // open until the last entry is given
         std::vector<std::pair<std::string, bool>> entries;  // name, is a directory
         size_t next = 0;
     };
+
+    ~kz_host_walk() {
+        for (Listing& listing : open) closedir(listing.stream);
+    }
 
     std::vector<std::string> extensions;  // lower case, without the dot
     std::vector<std::string> excludes;
@@ -31,13 +40,16 @@ struct kz_host_walk {
     std::string path;  // of the entry handed out last
     kz_host_walk_entry entry{};
 
-    // Hands out `path` with `error`.
-    void Give(std::string given, int error) {
+    // Hands out `path` with `error`; a file with its directory and the
+    // length of its name.
+    void Give(std::string given, int error, int directory = -1, size_t nameLength = 0) {
         path = std::move(given);
         entry.struct_size = sizeof entry;
         entry.path = path.c_str();
         entry.path_len = path.size();
         entry.error = error;
+        entry.directory = directory;
+        entry.name = path.c_str() + path.size() - nameLength;
     }
 
     bool Excluded(const char* name) const {
@@ -64,39 +76,46 @@ struct kz_host_walk {
         return directory.ends_with('/') ? directory + name : directory + "/" + name;
     }
 
-    static bool IsDirectory(const std::string& path) {
-        struct stat status;
-        return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-    }
-
-    // Lists a directory, sorted; its entries carry their type from the
-    // listing where the file system gives it, so most need no stat.  The
-    // errno when it cannot be opened or read, else 0.
-    int Enter(std::string directory) {
-        DIR* stream = ::opendir(directory.c_str());
-        if (stream == nullptr) return errno;
+    // Lists the directory `name` of the open `parent` (AT_FDCWD for the
+    // root), sorted; its entries carry their type from the listing where
+    // the file system gives it, so most need no stat.  The errno when it
+    // cannot be opened or read, else 0.
+    int Enter(int parent, const char* name, std::string directory) {
+        const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        DIR* stream = fd >= 0 ? fdopendir(fd) : nullptr;
+        if (stream == nullptr) {
+            const int error = errno;
+            if (fd >= 0) close(fd);
+            return error;
+        }
         Listing listing;
         for (;;) {
             // readdir tells an error from the end of the listing by errno.
             errno = 0;
-            const dirent* item = ::readdir(stream);
+            const dirent* item = readdir(stream);
             if (item == nullptr) break;
-            const char* name = item->d_name;
-            if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 || Excluded(name)) continue;
-            bool isDirectory = item->d_type == DT_DIR;
-            if (item->d_type == DT_UNKNOWN) {
-                struct stat status;
-                isDirectory = ::lstat(Join(directory, name).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-            } else if (item->d_type == DT_LNK && IsDirectory(Join(directory, name))) {
+            const char* entryName = item->d_name;
+            if (std::strcmp(entryName, ".") == 0 || std::strcmp(entryName, "..") == 0 || Excluded(entryName)) {
                 continue;
             }
-            if (isDirectory || Wanted(name)) listing.entries.emplace_back(name, isDirectory);
+            struct stat status;
+            bool isDirectory = item->d_type == DT_DIR;
+            if (item->d_type == DT_UNKNOWN) {
+                isDirectory = fstatat(fd, entryName, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode);
+            } else if (item->d_type == DT_LNK && fstatat(fd, entryName, &status, 0) == 0 &&
+                       S_ISDIR(status.st_mode)) {
+                continue;
+            }
+            if (isDirectory || Wanted(entryName)) listing.entries.emplace_back(entryName, isDirectory);
         }
         const int error = errno;
-        ::closedir(stream);
-        if (error != 0) return error;
+        if (error != 0) {
+            closedir(stream);
+            return error;
+        }
         std::sort(listing.entries.begin(), listing.entries.end());
         listing.path = std::move(directory);
+        listing.stream = stream;
         open.push_back(std::move(listing));
         return 0;
     }
@@ -104,7 +123,7 @@ struct kz_host_walk {
     int Next() {
         if (rootPending) {
             rootPending = false;
-            if (const int error = Enter(pendingRoot)) {
+            if (const int error = Enter(AT_FDCWD, pendingRoot.c_str(), pendingRoot)) {
                 Give(std::move(pendingRoot), error);
                 return KZ_HOST_OK;
             }
@@ -112,16 +131,18 @@ struct kz_host_walk {
         while (!open.empty()) {
             Listing& listing = open.back();
             if (listing.next == listing.entries.size()) {
+                closedir(listing.stream);
                 open.pop_back();
                 continue;
             }
             auto& [name, isDirectory] = listing.entries[listing.next++];
             std::string entryPath = Join(listing.path, name);
             if (!isDirectory) {
-                Give(std::move(entryPath), 0);
+                Give(std::move(entryPath), 0, dirfd(listing.stream), name.size());
                 return KZ_HOST_OK;
             }
-            if (const int error = Enter(entryPath)) {
+            // Entering may move the listings: the name is used first.
+            if (const int error = Enter(dirfd(listing.stream), name.c_str(), entryPath)) {
                 Give(std::move(entryPath), error);
                 return KZ_HOST_OK;
             }

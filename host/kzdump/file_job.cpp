@@ -29,21 +29,24 @@ public:
         kz_host_file_info_init(&info_);
     }
 
-    // Reads the file, or `data` when it is not null; the kit's status.
-    int Read(kz_host_reader* reader, const std::string* data) {
+    // Reads the file (by its name from its directory when the job has one),
+    // or `data` when it is not null; the kit's status.
+    int Read(kz_host_reader* reader, const Job& job, const std::string* data) {
         kz_host_read_options read;
         kz_host_read_options_init(&read);
+        if (job.directory != nullptr) read.directory = job.directory->fd;
+        const char* const name = path_.c_str() + job.nameAt;
         read.file_type = options_.fileType;
         read.stop_every = options_.stopEvery;
         read.block_limit = options_.blockLimit;
         if (options_.codes) read.flags |= KZ_HOST_READ_CODES;
         if (options_.mode == OutputMode::Trace) {
             return data != nullptr ? kz_host_trace_memory(reader, data->data(), data->size(), &read, &OnCall, this, &info_)
-                                   : kz_host_trace_file(reader, path_.c_str(), &read, &OnCall, this, &info_);
+                                   : kz_host_trace_file(reader, name, &read, &OnCall, this, &info_);
         }
         const int status = data != nullptr
                                ? kz_host_read_memory(reader, data->data(), data->size(), &read, &OnField, this, &info_)
-                               : kz_host_read_file(reader, path_.c_str(), &read, &OnField, this, &info_);
+                               : kz_host_read_file(reader, name, &read, &OnField, this, &info_);
         if (started_ || status == KZ_HOST_OK || status == KZ_HOST_NOTHING_TO_READ ||
             status == KZ_HOST_ERROR_UNFINISHED) {
             Start();
@@ -209,7 +212,7 @@ FileOutcome DoJob(const Options& options, OrderedOutput& output, kz_host_reader*
         }
     }
     FileJob file(options, output, index, job.path, out);
-    const int read = file.Read(reader, job.standardInput ? &data : nullptr);
+    const int read = file.Read(reader, job, job.standardInput ? &data : nullptr);
     outcome.shown = file.Shown();
     outcome.bytes = file.Info().size;
     if (read == KZ_HOST_OK) {

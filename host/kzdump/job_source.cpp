@@ -4,7 +4,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -53,9 +55,13 @@ bool JobSource::Counted() {
     return true;
 }
 
+OpenDirectory::~OpenDirectory() { ::close(fd); }
+
 bool JobSource::Next(Job& job) {
     job.error.clear();
     job.standardInput = false;
+    job.directory.reset();
+    job.nameAt = 0;
     while (StopSignal() == 0) {
         if (FromWalk(job)) return true;
         if (nextInput_ == inputs_.size()) return false;
@@ -147,13 +153,26 @@ bool JobSource::FromWalk(Job& job) {
         job.path.assign(entry->path, entry->path_len);
         if (entry->error != 0) {
             job.error = std::string("cannot read the directory: ") + std::strerror(entry->error);
-        } else {
-            ++walkFiles_;
+            return Counted();
         }
+        ++walkFiles_;
+        // One duplicate of the walk's descriptor per directory: the walk
+        // closes its own when it moves on, maybe before a worker reads.
+        job.nameAt = static_cast<size_t>(entry->name - entry->path);
+        const std::string_view directory(entry->path, job.nameAt);
+        if (walkDirectory_ == nullptr || directory != walkDirectoryPath_) {
+            const int fd = ::fcntl(entry->directory, F_DUPFD_CLOEXEC, 0);
+            walkDirectory_ = fd >= 0 ? std::make_shared<const OpenDirectory>(fd) : nullptr;
+            walkDirectoryPath_.assign(directory);
+        }
+        job.directory = walkDirectory_;
+        if (job.directory == nullptr) job.nameAt = 0;  // no descriptor left: the whole path
         return Counted();
     }
     kz_host_walk_free(walk_);
     walk_ = nullptr;
+    walkDirectory_.reset();
+    walkDirectoryPath_.clear();
     if (status == KZ_HOST_WALK_END) {
         if (walkFiles_ == 0) emptyWalks_.push_back(walkRoot_);
         return false;

@@ -5,6 +5,7 @@
 
 #include "kz_host.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,12 +21,24 @@ struct Input {
 // blank lines left out; false for a pipe or when it cannot be read.
 bool CountPaths(int list, char separator, size_t& count);
 
+// A directory of a walk, open while jobs in it wait to be read.
+struct OpenDirectory {
+    explicit OpenDirectory(int descriptor) : fd(descriptor) {}
+    ~OpenDirectory();
+    OpenDirectory(const OpenDirectory&) = delete;
+    OpenDirectory& operator=(const OpenDirectory&) = delete;
+    const int fd;
+};
+
 // A file to read (standard input for "-" on the command line), or a path
-// that cannot be read, with the reason.
+// that cannot be read, with the reason.  A file of a walk is read by its
+// name from its open directory, which spares the lookup of the whole path.
 struct Job {
     std::string path;
     std::string error;
     bool standardInput = false;
+    std::shared_ptr<const OpenDirectory> directory;
+    size_t nameAt = 0;  // where the name within `directory` starts in `path`
 };
 
 // What the walks take and leave out (see kz_host_walk_options).
@@ -69,6 +82,10 @@ private:
     std::vector<const char*> extensions_;
     std::vector<const char*> excludes_;
     kz_host_walk* walk_ = nullptr;
+    // The directory of the walk's last file, kept (a duplicate of the
+    // walk's descriptor) for as long as jobs name it.
+    std::shared_ptr<const OpenDirectory> walkDirectory_;
+    std::string walkDirectoryPath_;
     std::string walkRoot_;
     size_t walkFiles_ = 0;
     std::vector<std::string> emptyWalks_;

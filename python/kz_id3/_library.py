@@ -47,6 +47,7 @@ class ReadOptions(ctypes.Structure):
         ("stop_every", ctypes.c_uint32),
         ("char_limit", ctypes.c_uint64),
         ("flags", ctypes.c_uint),
+        ("directory", ctypes.c_int),
     ]
 
 
