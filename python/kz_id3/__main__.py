@@ -103,22 +103,20 @@ class _Parser(argparse.ArgumentParser):
 
 def _file_type(text: str) -> int:
     try:
-        value = int(text)
+        if 0 <= int(text) <= 0xFFFF:
+            return int(text)
     except ValueError:
-        value = -1
-    if not 0 <= value <= 0xFFFF:
-        raise argparse.ArgumentTypeError(f"bad number for --type: {text!r} (0 to 65535)")
-    return value
+        pass
+    raise argparse.ArgumentTypeError(f"bad number for --type: {text!r} (0 to 65535)")
 
 
 def _jobs(text: str) -> int:
     try:
-        value = int(text)
+        if int(text) >= 1:
+            return int(text)
     except ValueError:
-        value = 0
-    if value < 1:
-        raise argparse.ArgumentTypeError(f"bad number for -j: {text!r} (1 or more)")
-    return value
+        pass
+    raise argparse.ArgumentTypeError(f"bad number for -j: {text!r} (1 or more)")
 
 
 def index_command(argv: List[str], out: _Output) -> int:

@@ -117,8 +117,7 @@ def _pkg_config_libdir() -> Optional[str]:
                               capture_output=True, text=True, timeout=10)
     except (OSError, subprocess.SubprocessError):
         return None
-    libdir = done.stdout.strip()
-    return libdir if done.returncode == 0 and libdir else None
+    return done.stdout.strip() if done.returncode == 0 else None
 
 
 _lock = threading.Lock()

@@ -84,8 +84,9 @@ def paths_argument(name: str, value: Any) -> None:
                         f"for one file use kz_id3.read()")
 
 
-def failure(kit: lib.Kit, status: int, error: int, path: Optional[Path]) -> Exception:
-    """The exception for a read that failed with `status` and errno `error`."""
+def failure(kit: lib.Kit, status: int, error: int = 0, path: Optional[Path] = None) -> Exception:
+    """The exception for a read of `path` (None: a buffer) that failed with
+    `status` and errno `error`."""
     if path is not None and error:
         return ReadError(error, os.strerror(error), path)
     if path is not None and status in _WITHOUT_ERRNO:
@@ -204,7 +205,7 @@ class Reader:
                 return Tags(ctypes.string_at(packed, size.value), None, chosen)
         finally:
             kit.result_free(result)
-        raise failure(kit, status, 0, None)
+        raise failure(kit, status)
 
     def _files(self, paths: Sequence[Path], options: Any,
                chosen: Optional[frozenset]) -> List[Union[Tags, Exception]]:

@@ -1,12 +1,10 @@
-"""Shared for the package's tests: the files read, a builder of tag bytes,
-kzdump's view of files, and running code as a user whom permissions stop.
-
-Run through ctest, which stages the package with its kit (or points
-KZ_HOST_LIBRARY at the kit) and points KZDUMP at the built kzdump.
-"""
-
+# Shared by the package's tests: the files read, a builder of tag bytes,
+# kzdump's view of files, and running code as a user whom permissions stop.
+# Run through ctest, which stages the package with its kit (or points
+# KZ_HOST_LIBRARY at the kit) and points KZDUMP at the built kzdump.
 import json
 import os
+import shutil
 import struct
 import subprocess
 import sys
@@ -26,47 +24,27 @@ if "KZ_ID3_MODULE" in os.environ:
 NOBODY = 65534
 
 
-# ---- Tag bytes ----------------------------------------------------------------------
-def synchsafe(value):
-    return bytes(((value >> 21) & 0x7F, (value >> 14) & 0x7F, (value >> 7) & 0x7F, value & 0x7F))
-
-
-def frame(ident, body):
-    """An ID3v2.3 frame: identifier, 32-bit size, two zero flag bytes, body."""
+# An ID3v2.3 frame of ISO-8859-1 texts separated by NUL (a TXXX frame:
+# description, value): identifier, 32-bit size, two zero flag bytes, body.
+def frame(ident, *texts):
+    body = b"\0" + b"\0".join(text.encode("latin-1") for text in texts)
     return ident.encode("ascii") + struct.pack(">I", len(body)) + b"\0\0" + body
 
 
-def text_frame(ident, text):
-    """A text frame of ISO-8859-1 text (encoding byte 0)."""
-    return frame(ident, b"\0" + text.encode("latin-1"))
-
-
-def user_frame(description, text):
-    """A TXXX frame: encoding 0, the description, a NUL, the value."""
-    return frame("TXXX", b"\0" + description.encode("latin-1") + b"\0" + text.encode("latin-1"))
-
-
-def tag(*frames):
-    """An ID3v2.3 tag holding the frames."""
+# An ID3v2.3 tag of the frames (its synchsafe size one byte: below 128
+# here), then the ID3v1 trailer of the title and artist ``v1`` when given.
+def tag(*frames, v1=()):
     content = b"".join(frames)
-    return b"ID3\x03\x00\x00" + synchsafe(len(content)) + content
+    trailer = b"".join(text.encode().ljust(30, b"\0") for text in v1)
+    return b"ID3\3\0\0\0\0\0" + bytes((len(content),)) + content + \
+        (b"TAG" + trailer + bytes(64) + b"\xff" if v1 else b"")
 
 
-def id3v1(title="", artist="", album="", year="", comment="", genre=255):
-    """The 128-byte ID3v1 trailer."""
-    def padded(text, size):
-        return text.encode("latin-1").ljust(size, b"\0")
-    return (b"TAG" + padded(title, 30) + padded(artist, 30) + padded(album, 30) +
-            padded(year, 4) + padded(comment, 30) + bytes((genre,)))
-
-
-# ---- kzdump -------------------------------------------------------------------------
+# kzdump --json in the form of Tags.as_dict(): without "codes", "strings"
+# and the genre names kzdump adds; with "id3v1".
 def kzdump_records(paths):
-    # kzdump --json in the form of Tags.as_dict(): without "codes",
-    # "strings" and the genre names kzdump adds; with "id3v1".
-    lines = subprocess.run([*KZDUMP, "--json", *paths], capture_output=True, text=True).stdout
     records = {}
-    for line in lines.splitlines():
+    for line in subprocess.run([*KZDUMP, "--json", *paths], capture_output=True).stdout.splitlines():
         record = json.loads(line)
         for field in record["fields"]:
             field.pop("codes", None)
@@ -78,38 +56,34 @@ def kzdump_records(paths):
     return records
 
 
-# ---- Commands -----------------------------------------------------------------------
 def drop_to_nobody():
     os.setgid(NOBODY)
     os.setuid(NOBODY)
 
 
+# python3 -c CODE ARGS... (or -m ...), as the user nobody when asked and this
+# process is root, so that permissions apply.
 def run_python(*args, as_nobody=False, **options):
-    """python3 -c CODE ARGS... (or -m ...), as the user nobody when asked and
-    this process is root, so that permissions apply."""
-    options.setdefault("stdout", subprocess.PIPE)
-    options.setdefault("stderr", subprocess.PIPE)
-    return subprocess.run([sys.executable, "-c", *args] if args[0] != "-m" else
-                          [sys.executable, *args],
+    options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options}
+    return subprocess.run([sys.executable, *(args if args[0] == "-m" else ("-c", *args))],
                           preexec_fn=drop_to_nobody if as_nobody and os.geteuid() == 0 else None,
                           **options)
-
-
-def needs_nobody():
-    """Skips a test that runs code as nobody where nobody cannot load the
-    package (a checkout in a directory of root's alone)."""
-    if os.geteuid() == 0 and run_python("import kz_id3; kz_id3.kit_version()",
-                                        as_nobody=True).returncode != 0:
-        pytest.skip("the user nobody cannot load the package from here")
 
 
 def run_cli(*args, **options):
     return run_python("-m", "kz_id3", *args, **options)
 
 
-def shared_directory():
-    """A new directory every user may enter and write (a test's tmp_path is
-    its owner's alone)."""
+# A new directory every user may enter and write (a test's tmp_path is its
+# owner's alone); the test is skipped where nobody cannot load the package
+# (a checkout in a directory of root's alone).
+@pytest.fixture
+def shared():
+    if os.geteuid() == 0 and run_python("import kz_id3; kz_id3.kit_version()",
+                                        as_nobody=True).returncode != 0:
+        pytest.skip("the user nobody cannot load the package from here")
     path = Path(tempfile.mkdtemp(prefix="kz_id3-test."))
     path.chmod(0o777)
-    return path
+    yield path
+    subprocess.run(["chmod", "-R", "u+rwx", path], check=True)
+    shutil.rmtree(path)

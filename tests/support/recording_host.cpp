@@ -86,7 +86,9 @@ RecordingHost::RecordingHost(VwContext* context) {
         {SO_ROUTINE_OUTBREAK, Routine(+[](uint16_t kind, uint16_t zero, U a, U b) -> uint32_t {
              RecordingHost* host = Find(a, b);
              if (host == nullptr) return 0;
-             host->calls.push_back("break " + Dec(kind) + (zero != 0 ? " " + Dec(zero) : ""));
+             std::string call = "break " + Dec(kind);
+             if (zero != 0) call.append(" ").append(Dec(zero));
+             host->calls.push_back(std::move(call));
              if (kind != SO_BREAK_FRAME) return 0;
              ++host->frameBreaks;
              return host->breakAt == 0 || host->breakAt == host->frameBreaks ? host->breakStatus : 0;
