@@ -18,8 +18,8 @@ index holds some (an unmounted drive leaves an empty mount point), unless
 ``prune_empty=True``.  The files under a directory that could not be listed
 are kept.
 
-Schema (``PRAGMA user_version`` 2; an index of version 1 is brought to
-version 2 by the first :func:`update` or :func:`merge` into it)::
+Schema (``PRAGMA user_version`` 3; an index of version 1 or 2 is brought
+to version 3 by the first :func:`update` or :func:`merge` into it)::
 
     CREATE TABLE files (
         id       INTEGER PRIMARY KEY,
@@ -41,9 +41,12 @@ version 2 by the first :func:`update` or :func:`merge` into it)::
         description TEXT,              -- user-defined fields (TXXX, WXXX)
         text        TEXT NOT NULL,
         id3v1       INTEGER NOT NULL,  -- 1: a field of the ID3v1 trailer
+        fold        TEXT,              -- text.casefold() where that differs from text
         PRIMARY KEY (file_id, position)
     ) WITHOUT ROWID;
     CREATE INDEX fields_by_text ON fields (ident, text);
+    -- what query(..., ignore_case=True) looks up
+    CREATE INDEX fields_by_fold ON fields (lower(ident), coalesce(fold, text));
 
 For example, the albums of an artist::
 
@@ -71,7 +74,7 @@ from ._errors import Error, ReadError, reason
 from ._reader import (PathLike, check_count, check_file_type, fspath, is_path, read_many, walk)
 from ._tags import NOTHING_TO_READ, Tags, idents_of, split_key
 
-SCHEMA_VERSION = 2
+SCHEMA_VERSION = 3
 
 _SCHEMA = """
 CREATE TABLE IF NOT EXISTS files (
@@ -93,10 +96,15 @@ CREATE TABLE IF NOT EXISTS fields (
     description TEXT,
     text        TEXT NOT NULL,
     id3v1       INTEGER NOT NULL,
+    fold        TEXT,
     PRIMARY KEY (file_id, position)
 ) WITHOUT ROWID;
 CREATE INDEX IF NOT EXISTS fields_by_text ON fields (ident, text);
+CREATE INDEX IF NOT EXISTS fields_by_fold ON fields (lower(ident), coalesce(fold, text));
 """
+# Filling an empty index, the text indexes are built once at the end, sorted,
+# rather than row by row (_prepare builds them again if the run is cut short).
+_DROP_INDEXES = "DROP INDEX IF EXISTS fields_by_text; DROP INDEX IF EXISTS fields_by_fold;"
 
 
 class IndexBusy(Error):
@@ -193,14 +201,17 @@ def _writing(db: PathLike, wait: bool) -> Iterator[sqlite3.Connection]:
 
 def _prepare(connection: sqlite3.Connection, name: str) -> None:
     version = connection.execute("PRAGMA user_version").fetchone()[0]
-    if version not in (0, 1, SCHEMA_VERSION):
+    if version not in (0, 1, 2, SCHEMA_VERSION):
         raise Error(f"{name}: an index of schema version {version}, newer than this package's "
                     f"({SCHEMA_VERSION})")
     connection.execute("PRAGMA journal_mode = WAL")
     connection.execute("PRAGMA synchronous = NORMAL")
     connection.execute("PRAGMA cache_size = -65536")  # KiB: the text index outgrows the default
+    connection.create_function("kz_fold", 1, _fold, deterministic=True)
     if version == 1:
         _migrate_from_1(connection)
+    if version in (1, 2):
+        _migrate_from_2(connection)
     connection.executescript(_SCHEMA)
     connection.execute(f"PRAGMA user_version = {SCHEMA_VERSION}")
 
@@ -225,6 +236,19 @@ def _migrate_from_1(connection: sqlite3.Connection) -> None:
             if not os.path.lexists(literal) and os.path.lexists(unescaped):
                 connection.execute("UPDATE files SET path = ? WHERE id = ?",
                                    (_stored(unescaped), file_id))
+        connection.execute("PRAGMA user_version = 2")
+        connection.execute("COMMIT")
+    except BaseException:
+        connection.execute("ROLLBACK")
+        raise
+
+
+def _migrate_from_2(connection: sqlite3.Connection) -> None:
+    """Version 3 stores each text's case folding, for queries that ignore case."""
+    connection.execute("BEGIN IMMEDIATE")
+    try:
+        connection.execute("ALTER TABLE fields ADD COLUMN fold TEXT")
+        connection.execute(f"UPDATE fields SET fold = {_FOLD_OF_TEXT}")
         connection.execute(f"PRAGMA user_version = {SCHEMA_VERSION}")
         connection.execute("COMMIT")
     except BaseException:
@@ -257,12 +281,13 @@ def _write(connection: sqlite3.Connection, batch: List[_Pending]) -> None:
                 status = "none" if tags.status == NOTHING_TO_READ else "tags"
                 files.append((file_id, path, size, mtime, tags.type_name, status, None))
                 fields += [(file_id, position, f.kind, f.ident, f.number, f.tag, f.description,
-                            f.text, int(f.id3v1)) for position, f in enumerate(tags.fields)]
+                            f.text, int(f.id3v1), _fold_of(f.text))
+                           for position, f in enumerate(tags.fields)]
             else:
                 files.append((file_id, path, size, mtime, None, "error", reason(tags)))
         connection.executemany("DELETE FROM fields WHERE file_id = ?", stale)
         connection.executemany("INSERT OR REPLACE INTO files VALUES (?, ?, ?, ?, ?, ?, ?)", files)
-        connection.executemany("INSERT INTO fields VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)", fields)
+        connection.executemany("INSERT INTO fields VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)", fields)
         connection.execute("COMMIT")
     except BaseException:
         connection.execute("ROLLBACK")
@@ -327,10 +352,7 @@ def update(db: PathLike, roots: Union[PathLike, Iterable[PathLike]], *,
             _raw(path): (size, mtime, file_id) for file_id, path, size, mtime
             in connection.execute("SELECT id, path, size, mtime_ns FROM files")}
         if not known:
-            # Filling an empty index: the text index is built once at the end,
-            # sorted, rather than row by row (_prepare builds it again if the
-            # run is cut short).
-            connection.execute("DROP INDEX IF EXISTS fields_by_text")
+            connection.executescript(_DROP_INDEXES)
         seen: Set[bytes] = set()
         found_in: Dict[bytes, int] = collections.Counter()
         waiting: "collections.deque[Tuple[bytes, int, int, Optional[int]]]" = collections.deque()
@@ -429,8 +451,9 @@ def write_files(db: PathLike, paths: Iterable[Any], *, file_type: int = 0,
     return written
 
 
-def _check_index(path: bytes) -> None:
-    """Refuses a shard that is not an index database, without creating it."""
+def _check_index(path: bytes) -> int:
+    """Refuses a shard that is not an index database, without creating it;
+    its schema version."""
     name = os.fsdecode(path)
     if not os.path.isfile(path):
         raise ReadError(errno.ENOENT, "no such index database: nothing was merged", name)
@@ -440,9 +463,10 @@ def _check_index(path: bytes) -> None:
             tables = {row[0] for row in shard.execute("SELECT name FROM sqlite_master")}
     except sqlite3.DatabaseError as error:
         raise Error(f"{name}: not an index database ({error}): nothing was merged") from None
-    if version not in (1, SCHEMA_VERSION) or not {"files", "fields"} <= tables:
+    if version not in (1, 2, SCHEMA_VERSION) or not {"files", "fields"} <= tables:
         raise Error(f"{name}: not an index database of this package (schema version "
                     f"{version}): nothing was merged")
+    return version
 
 
 def merge(db: PathLike, shards: Union[PathLike, Iterable[PathLike]], *,
@@ -455,13 +479,12 @@ def merge(db: PathLike, shards: Union[PathLike, Iterable[PathLike]], *,
     anything is merged.  ``wait`` is as for :func:`update`.  Returns the
     number of files merged."""
     paths = _roots("merge(shards)", shards)
-    for path in paths:
-        _check_index(path)
+    versions = [_check_index(path) for path in paths]
     merged = 0
     with _writing(db, wait) as connection:
         if connection.execute("SELECT count(*) FROM files").fetchone()[0] == 0:
-            connection.execute("DROP INDEX IF EXISTS fields_by_text")  # built once, below
-        for path in paths:
+            connection.executescript(_DROP_INDEXES)
+        for path, version in zip(paths, versions):
             connection.execute("ATTACH DATABASE ? AS shard", (_uri(path, "ro"),))
             try:
                 connection.execute("BEGIN IMMEDIATE")
@@ -472,9 +495,11 @@ def merge(db: PathLike, shards: Union[PathLike, Iterable[PathLike]], *,
                 merged += connection.execute(
                     "INSERT INTO files SELECT id + ?, path, size, mtime_ns, type, status, error "
                     "FROM shard.files", (offset,)).rowcount
-                connection.execute("INSERT INTO fields SELECT file_id + ?, position, kind, ident, "
-                                   "number, tag, description, text, id3v1 FROM shard.fields "
-                                   "WHERE file_id IN (SELECT id FROM shard.files)", (offset,))
+                fold = "fold" if version == SCHEMA_VERSION else _FOLD_OF_TEXT
+                connection.execute(f"INSERT INTO fields SELECT file_id + ?, position, kind, ident, "
+                                   f"number, tag, description, text, id3v1, {fold} "
+                                   f"FROM shard.fields WHERE file_id IN "
+                                   f"(SELECT id FROM shard.files)", (offset,))
                 connection.execute("COMMIT")
             except BaseException:
                 if connection.in_transaction:
@@ -536,19 +561,23 @@ def query(db: PathLike, terms: Union[Mapping[str, str], Iterable[Term]], *,
     name = os.fsdecode(fspath(db))
     if not os.path.isfile(fspath(db)):
         raise FileNotFoundError(errno.ENOENT, "no such index database", name)
-    compare = "kz_fold({0}) = kz_fold(?)" if ignore_case else "{0} = ?"
+    # Each term looks its fields up in one of the text indexes (identifiers
+    # are ASCII, where SQLite's lower() is casefold()).
+    ident_of, text_of, description_of = (
+        ("lower(ident)", "coalesce(fold, text)", "kz_fold(description)") if ignore_case
+        else ("ident", "text", "description"))
+    fold = _fold if ignore_case else (lambda value: value)
     conditions = []
     values: List[Any] = []
     for key, text in chosen:
         ident, description = split_key(key)
         idents = idents_of(ident)
-        choice = " OR ".join([compare.format("ident")] * len(idents))
-        match = ["file_id = files.id", f"({choice})", compare.format("text")]
-        values += [*idents, text]
+        match = [f"{ident_of} IN ({', '.join('?' * len(idents))})", f"{text_of} = ?"]
+        values += [*map(fold, idents), fold(text)]
         if description is not None:
-            match.append(compare.format("description"))
-            values.append(description)
-        conditions.append(f"EXISTS (SELECT 1 FROM fields WHERE {' AND '.join(match)})")
+            match.append(f"{description_of} = ?")
+            values.append(fold(description))
+        conditions.append(f"id IN (SELECT file_id FROM fields WHERE {' AND '.join(match)})")
     where = " AND ".join(conditions) or "1"
     try:
         with contextlib.closing(_open_to_read(db)) as connection:
@@ -562,3 +591,12 @@ def query(db: PathLike, terms: Union[Mapping[str, str], Iterable[Term]], *,
 
 def _fold(text: Optional[str]) -> Optional[str]:
     return text.casefold() if isinstance(text, str) else text
+
+
+def _fold_of(text: str) -> Optional[str]:
+    """The fold column of a text: NULL where folding leaves it as it is."""
+    folded = text.casefold()
+    return folded if folded != text else None
+
+
+_FOLD_OF_TEXT = "nullif(kz_fold(text), text)"

@@ -89,7 +89,7 @@ def test_rows_of_files(indexed):
             (abba, len(ABBA), "ID3 Ver 2.x", "tags", None),
             (empty, 0, "MPEG-1 audio - Layer 3", "none", None),
             (queen, len(QUEEN), "ID3 Ver 2.x", "tags", None)]
-        assert connection.execute("PRAGMA user_version").fetchone() == (2,)
+        assert connection.execute("PRAGMA user_version").fetchone() == (3,)
 
 
 @pytest.mark.parametrize("terms, ignore_case, found", [
@@ -171,20 +171,26 @@ def test_names_that_are_not_utf8_are_stored_exactly(tmp_path):
 
 def test_index_of_schema_1_is_migrated(tmp_path):
     # Version 1 stored the bytes of a name that is not UTF-8 as \xNN, and
-    # could leave fields whose file row was gone.
+    # could leave fields whose file row was gone; before version 3 no text
+    # had its case folding stored.
     root = tree_of(tmp_path / "m", {b"caf\xe0.mp3": ABBA, "lit\\xe9ral.mp3": QUEEN})
     db, raw = tmp_path / "old.db", os.fsencode(root) + b"/caf\xe0.mp3"
     index.update(db, root)
     with sqlite3.connect(db) as connection:
+        connection.executescript("DROP INDEX fields_by_fold; ALTER TABLE fields DROP COLUMN fold")
         connection.execute("UPDATE files SET path = ? WHERE path = ?", (f"{root}/caf\\xe0.mp3", raw))
         connection.execute("INSERT INTO fields VALUES (7, 0, 'field', 'TPE1', 132, 1, NULL, 'x', 0)")
         connection.execute("PRAGMA user_version = 1")
+    index.merge(tmp_path / "merged.db", db)
+    assert index.query(tmp_path / "merged.db", {"tpe1": "abba"}, ignore_case=True) == \
+        [f"{root}/caf\\xe0.mp3"]
     summary = index.update(db, root)
     assert (summary.read, summary.unchanged, summary.removed) == (0, 2, 0)
     assert paths_of(db) == [f"{root}/lit\\xe9ral.mp3", raw]
+    assert index.query(db, {"tpe1": "abba"}, ignore_case=True) == [os.fsdecode(raw)]
     with sqlite3.connect(db) as connection:
         assert connection.execute("SELECT count(*) FROM fields WHERE file_id = 7").fetchone() == (0,)
-        assert connection.execute("PRAGMA user_version").fetchone() == (2,)
+        assert connection.execute("PRAGMA user_version").fetchone() == (3,)
 
 
 def test_a_missing_or_emptied_root_removes_nothing(music, tmp_path):
