@@ -23,6 +23,7 @@
 #include "kz_id3_version.h"
 #include "options.h"
 #include "processes.h"
+#include "progress.h"
 #include "tag_builder.h"
 
 namespace {
@@ -313,6 +314,26 @@ TEST(Kzdump, DrawsTheProgressLineWhereItShould) {
                               Quoted({KZDUMP_PATH, "--progress", "-@", "list", "-"}) + " >/dev/null");
     const std::string line = run.err.substr(std::min<size_t>(1, run.err.size()), run.err.find('\r', 1) - 1);
     EXPECT_TRUE(Matches(line, "4 of 4 files (100%), * files/s, 88 B, 0 errors, 0:00:00 left")) << run.err;
+}
+
+// The line's text: sizes in decimal units as du --si shows them, the time
+// left at the mean rate so far.
+TEST(Kzdump, WritesTheProgressText) {
+    const struct {
+        size_t done, total;
+        uint64_t bytes;
+        size_t errors;
+        double seconds;
+        const char* text;
+    } cases[] = {
+        {0, 0, 999, 0, 0, "0 files, 0 files/s, 999 B, 0 errors"},
+        {3, 0, 1000, 1, 2, "3 files, 2 files/s, 1.0 kB, 1 error"},
+        {1, 4, 500'000'000, 2, 61, "1 of 4 files (25%), 0 files/s, 500.0 MB, 2 errors, 0:03:03 left"},
+        {3600, 7200, 2'500'000'000'000'000'000u, 0, 3600, "3600 of 7200 files (50%), 1 files/s, 2.5 EB, 0 errors, 1:00:00 left"},
+        {5, 4, 999'960, 0, 1, "5 of 4 files (125%), 5 files/s, 1.0 MB, 0 errors"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(kzdump::ProgressText(c.done, c.total, c.bytes, c.errors, c.seconds), c.text) << c.text;
 }
 
 // ---- Nothing skipped in silence, every input checked -----------------------------

@@ -36,7 +36,8 @@ void AppendSize(std::string& text, uint64_t bytes) {
     static constexpr const char* kUnits[] = {"kB", "MB", "GB", "TB", "PB", "EB"};
     double value = static_cast<double>(bytes) / 1000;
     size_t unit = 0;
-    while (value >= 1000 && unit + 1 < std::size(kUnits)) {
+    // 999.95 and up would print as "1000.0": the next unit's "1.0".
+    while (value >= 999.95 && unit + 1 < std::size(kUnits)) {
         value /= 1000;
         ++unit;
     }
