@@ -392,7 +392,7 @@ TEST(Kzdump, ChecksPathListsWalksAndStandardInput) {
                TitleX("./B.mp3") + TitleX("./a.mp3") + TitleX("./d.mpa") + TitleX("./" + shownOdd) + TitleX("./sub/b.mp3")},
               {"-rj2 -- sub -r", TitleX("sub/b.mp3"), 3, {"kzdump: -r: No such file or directory"}},
               {"a.mp3 -0@ nul", a + TitleX(shownOdd) + TitleX("c.txt")},
-              {"-j 3 -@ lines c.txt", TitleX("c.txt") + a + TitleX("c.txt")},
+              {"-j 3 -@ lines c.txt -@ lines", TitleX("c.txt") + a + TitleX("c.txt") + TitleX("c.txt") + a},
               {"-@ folder a.mp3", "", 2, {"kzdump: cannot read the path list folder: Is a directory"}},
               {"-@ missing", "", 2, {"kzdump: cannot read the path list missing: No such file or directory"}},
               {"-@ /dev/null", "", 2, {"kzdump: cannot read the path list /dev/null: not a regular file or a pipe"}},
