@@ -394,6 +394,7 @@ TEST(Kzdump, ChecksPathListsWalksAndStandardInput) {
               {"a.mp3 -0@ nul", a + TitleX(shownOdd) + TitleX("c.txt")},
               {"-j 3 -@ lines c.txt -@ lines", TitleX("c.txt") + a + TitleX("c.txt") + TitleX("c.txt") + a},
               {"-@ folder a.mp3", "", 2, {"kzdump: cannot read the path list folder: Is a directory"}},
+              {"-@ ''", "", 2, {"kzdump: --files-from needs a file ('-' for standard input) (see kzdump --help)"}},
               {"-@ missing", "", 2, {"kzdump: cannot read the path list missing: No such file or directory"}},
               {"-@ /dev/null", "", 2, {"kzdump: cannot read the path list /dev/null: not a regular file or a pipe"}},
               {"-0 -@ /proc/self/mem a.mp3", a, 3, {"kzdump: /proc/self/mem: cannot read the path list: Input/output error"}},
@@ -440,7 +441,7 @@ TEST(Kzdump, ChecksFieldNamesAndExtensions) {
              people + ",\"MPEG-1 audio - Layer 3, ID3v2.x\",Credits,Credits,,,,,,producer Ann mixer Bob ,Credits,\r\n" + v24 +
              ",\"MPEG-1 audio - Layer 3, ID3v2.x\",Evening Song,Evening Song,Evening Song,The Testers,,,,,"
              "Evening Song\\|Evening Song,\r\n"},
-        {"--fields 'txxx:TEMPO' " + Quoted({v23}), v23 + kType + "\n  TXXX \"TEMPO\": andante\n"},
+        {"--fields 'txxx:TEMPO,TXXX:TEMPX' " + Quoted({v23}), v23 + kType + "\n  TXXX \"TEMPO\": andante\n"},
         {"-r --ext ' MP3, *.mpa ,.Mp2' .", "./a.MP3" + kTagOnly + "\n  TIT2: x\n./b.MpA" + kTagOnly + "\n  TIT2: y\n"},
     };
     const std::string listed = Kzdump({"--list-fields"}).out;
