@@ -105,6 +105,7 @@ TEST(Kit, DeliversTheFieldsOfATagAsUtf8WithTheirKind) {
          {"TIT2=\u00E9\u00E9\u00E9\u00E9\u00E9", unfinished}, 5},
         {Tag(3, Frame(3, "TIT2", Text("ab")) + Frame(3, "TPE1", TextUtf16(e20))), {"TIT2=ab", "TPE1=\u00E9\u00E9", unfinished}, 4},
         {Tag(3, Frame(3, "TIT2", Text(a300)) + Frame(3, "TPE1", Text("b"))), {"TIT2=" + a300, "TPE1=b", "0"}, 301},
+        {Tag(3, Frame(3, "TIT2", Text("abc"))), {"TIT2=ab", unfinished}, 2},
         // The raw codes on request, for the value and each string tag: UTF-16
         // units (a surrogate pair as two) and a line break.
         {codes, {"TXXX \"D\"=x\U0001D11E [501@0 {10044}] {10078 1D834 1DD1E}", "COMM= a\n {20 61 20005}", "0"}, 0,
