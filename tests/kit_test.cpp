@@ -68,7 +68,7 @@ Strings Rows(const Bytes& bytes, uint64_t charLimit, unsigned flags = 0) {
 }
 
 TEST(Kit, DeliversTheFieldsOfATagAsUtf8WithTheirKind) {
-    const Bytes lone = Raw({0x01, 0xFF, 0xFE, 'x', 0, 0x34, 0xD8, 0x1E, 0xDD, 0x34, 0xD8, 'y', 0, 0x1E, 0xDD, 0xFF, 0xDF});
+    const Bytes lone = Raw({0x01, 0xFF, 0xFE, 'x', 0, 0x34, 0xD8, 0x1E, 0xDD, 0x00, 0xD8, 'y', 0, 0x1E, 0xDD, 0xFF, 0xDF});
     const std::string a300(300, 'a');
     const std::u16string e20(20, u'\u00E9');
     const std::string unfinished = std::to_string(KZ_HOST_ERROR_UNFINISHED);
@@ -80,8 +80,8 @@ TEST(Kit, DeliversTheFieldsOfATagAsUtf8WithTheirKind) {
         uint64_t charLimit = 0;
         unsigned flags = 0;
     } cases[] = {
-        // A surrogate pair joined; a high half without its low half and
-        // low halves alone (U+DD1E, U+DFFF) become U+FFFD.
+        // A surrogate pair joined; a high half (U+D800) without its low half
+        // and low halves alone (U+DD1E, U+DFFF) become U+FFFD.
         {Tag(3, Frame(3, "TIT2", Raw({0, 'C', 'a', 'f', 0xE9})) + Frame(3, "TPE1", lone)),
          {"TIT2=Caf\u00E9", "TPE1=x\U0001D11E\uFFFDy\uFFFD\uFFFD", "0"}},
         // Texts longer than the first buffer, multibyte characters across its end.
@@ -433,6 +433,7 @@ TEST(Kit, DetectsTheFileTypeFromTheTagsAndTheFirstAudioFrame) {
         int audio = 1;  // an audio frame was found
     } cases[] = {
         {tag + layer3, 1707},
+        {tag + Audio({0xFF, 0xFB, 0x92, 0x00}, 418), 1707},  // padded: a byte longer
         {tag + tag + Zeros(100) + layer3, 1707},  // after both tags and some padding
         {tag + Audio({0xFF, 0xFB, 0x90, 0x00}, 417, 1), 1707},  // one frame ending the file
         {tag + layer3 + Zeros(10), 1707},                      // two frames, then no audio
