@@ -4,7 +4,11 @@
 // that a small file costs one read, as in a host with a read-ahead window.
 // With --minimal each file costs exactly: open, fstat, a read of the 10-byte
 // header, a read of the tag it declares, a read of the last 128 bytes and
-// close.  With -r a directory named is walked as kzdump -r walks it: entries
+// close; each read lands in memory at the same offset modulo 64 as in the
+// file, as a reader's window does when it starts at 0: the kernel copies a
+// tag read from byte 10 into the start of a buffer at a third of the speed
+// (2 GB/s against 7 on the benchmark machine), a cost of the buffer's
+// placement, not of the reading.  With -r a directory named is walked as kzdump -r walks it: entries
 // sorted by name, subdirectories entered, symbolic links to directories
 // skipped; each file is opened relative to its directory (openat), the
 // least path lookup a walk needs.  Prints the number of bytes read.
@@ -63,19 +67,28 @@ uint64_t ReadTags(int directory, const char* path, std::vector<uint8_t>& buffer)
     return total;
 }
 
+// The first byte at a multiple of 64 in `buffer`, which holds `size` bytes
+// from there on.
+uint8_t* Aligned(std::vector<uint8_t>& buffer, size_t size) {
+    if (buffer.size() < size + 64) buffer.resize(size + 64);
+    const auto address = reinterpret_cast<uintptr_t>(buffer.data());
+    return buffer.data() + (64 - address % 64) % 64;
+}
+
 uint64_t ReadMinimal(int directory, const char* path, std::vector<uint8_t>& buffer) {
     const int fd = openat(directory, path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return 0;
     struct stat info {};
     uint64_t total = 0;
-    uint8_t header[10];
-    if (fstat(fd, &info) == 0 && pread(fd, header, sizeof header, 0) == sizeof header) {
-        total += sizeof header;
-        if (std::memcmp(header, "ID3", 3) == 0) {
-            const size_t declared = size_t{header[6]} << 21 | size_t{header[7]} << 14 |
-                                    size_t{header[8]} << 7 | header[9];
-            if (buffer.size() < declared) buffer.resize(declared);
-            const ssize_t got = pread(fd, buffer.data(), declared, sizeof header);
+    constexpr size_t kHeader = 10;
+    uint8_t* start = Aligned(buffer, kHeader);
+    if (fstat(fd, &info) == 0 && pread(fd, start, kHeader, 0) == kHeader) {
+        total += kHeader;
+        if (std::memcmp(start, "ID3", 3) == 0) {
+            const size_t declared = size_t{start[6]} << 21 | size_t{start[7]} << 14 |
+                                    size_t{start[8]} << 7 | start[9];
+            start = Aligned(buffer, kHeader + declared);
+            const ssize_t got = pread(fd, start + kHeader, declared, kHeader);
             total += got > 0 ? static_cast<uint64_t>(got) : 0;
         }
         if (info.st_size >= 128) {
