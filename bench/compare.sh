@@ -4,7 +4,8 @@
 #
 #   bench/compare.sh            from the project root
 #
-# Environment: FILES (default 2000) files in the corpus; RUNS (default 5)
+# Environment: SHAPE (library, the default, or tagger: files as a common
+# Python tagger writes them) and FILES (default 2000) of the corpus; RUNS (default 5)
 # timed runs of the fast programs, SLOW_RUNS (default 2) of exiftool and
 # mutagen; BUILD_DIR (default build-bench); KEEP_CORPUS=1 keeps the corpus.
 # Needs hyperfine; TagLib, exiftool and mutagen are timed when installed.
@@ -12,6 +13,7 @@ set -euo pipefail
 
 cd "$(dirname "$0")/.."
 FILES=${FILES:-2000}
+SHAPE=${SHAPE:-library}
 RUNS=${RUNS:-5}
 SLOW_RUNS=${SLOW_RUNS:-2}
 BUILD_DIR=${BUILD_DIR:-build-bench}
@@ -33,7 +35,7 @@ cleanup() { if [[ ${KEEP_CORPUS:-0} == 1 ]]; then echo "corpus kept in $WORK"; e
 trap cleanup EXIT
 CORPUS=$WORK/corpus
 mkdir "$CORPUS"
-"$BIN/kz_bench_corpus" "$CORPUS" "$FILES"
+"$BIN/kz_bench_corpus" "$CORPUS" "$FILES" "$SHAPE"
 LIST=$WORK/files
 find "$CORPUS" -type f -name '*.mp3' | sort >"$LIST"
 count=$(wc -l <"$LIST")
