@@ -280,6 +280,7 @@ TEST(Kit, BadInputGivesTheDocumentedStatusAndNoCrash) {
     check("walk, options size", kz_host_walk_new(directory, &walkSize, &walk), KZ_HOST_ERROR_ARGUMENT);
     check("walk, no extensions", kz_host_walk_new(directory, &noExtensions, &walk), KZ_HOST_ERROR_ARGUMENT);
     check("walk next, no walk", kz_host_walk_next(nullptr, &entry), KZ_HOST_ERROR_ARGUMENT);
+    check("walk next, no entry", kz_host_walk_next(nullptr, nullptr), KZ_HOST_ERROR_ARGUMENT);
     // Null objects are harmless.
     size_t size = 1;
     EXPECT_EQ(kz_host_result_packed(nullptr, &size), nullptr);

@@ -161,7 +161,7 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
     const std::pair<std::string, std::string> genres[] = {
         {"(13)", "13 (Pop)"}, {"191", "191 (Psybient)"}, {"(4)(RX)Eurodisco", "4 (Disco), RX (Remix) Eurodisco"},
         {"(CR)", "CR (Cover)"}, {"((13) text", "(13) text"}, {"(192)", "(192)"}, {"80", "80 (Folk)"},
-        {"Pop", "Pop"},
+        {"Pop", "Pop"}, {"13x", "13x"},
     };
     Bytes tcon;
     std::string named, raw;
@@ -172,14 +172,13 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
     }
     const std::string genre = dir.Write("genres.mp3", Tag(3, tcon));
     // Every body of the samples and the corpus is read or skipped whole, so
-    // stopping changes nothing there (the equal-output test).  In 44 bytes
-    // that hold TIT2 "A", a TALB declaring 20,000 bytes and TPE1 "B", the
-    // TALB body is neither: a read that goes on ends the tag at that body's
-    // declared end, while a stopped read resumes where the stream stands,
-    // after the TALB header, and finds TPE1.
+    // stopping changes nothing there (the equal-output test).  In bytes that
+    // hold a TALB declaring 20,000 bytes and TPE1 "B", the TALB body is
+    // neither: a read that goes on ends the tag at that body's declared end,
+    // while a read stopped after the first frame resumes where the stream
+    // stands, after the TALB header, and finds TPE1.
     const std::string cut = dir.Write(
-        "cut.mp3", Tag(3, Frame(3, "TIT2", Raw({0, 'A'})) + Frame(3, "TALB", {}, 20'000) +
-                              Frame(3, "TPE1", Raw({0, 'B'})), {.declaredSize = 100}));
+        "cut.mp3", Tag(3, Frame(3, "TALB", {}, 20'000) + Frame(3, "TPE1", Raw({0, 'B'})), {.declaredSize = 100}));
     const std::string two = Sample("two_tags.mp3"), v1 = Sample("id3v1_only.mp3");
     const std::string v22 = Sample("v22_latin1.mp3"), v23 = Sample("v23_utf16.mp3");
     const std::string v24 = Sample("v24_with_id3v1.mp3"), people = Sample("v23_people_lyrics.mp3");
@@ -222,8 +221,8 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
          bodied + kTagOnly + "\n  TIT2: T\n  TPE1: " + std::string(20000, 'x') + "\n  TALB: B\n"},
         {Quoted({genre}), genre + kTagOnly + "\n" + named},
         {Quoted({"--raw", genre}), genre + kTagOnly + "\n" + raw},
-        {Quoted({cut}), cut + kTagOnly + "\n  TIT2: A\n  TALB:\n", 0, {"kzdump: " + cut + skipped}},
-        {Quoted({"--stop-every", "1", cut}), cut + kTagOnly + "\n  TIT2: A\n  TALB:\n  TPE1: B\n", 0, {"kzdump: " + cut + skipped}},
+        {Quoted({cut}), cut + kTagOnly + "\n  TALB:\n", 0, {"kzdump: " + cut + skipped}},
+        {Quoted({"--stop-every", "1", cut}), cut + kTagOnly + "\n  TALB:\n  TPE1: B\n", 0, {"kzdump: " + cut + skipped}},
         {Quoted({"--type", "1708", two}), two + ": ID3 Ver 1.x" + twoTags},
         {Quoted({"--type=9999", two}), two + ": type 9999" + twoTags},
         {Quoted({"--filter", KZ_MODULE_PATH, two}), two + kType + twoTags},
