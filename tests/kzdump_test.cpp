@@ -305,10 +305,12 @@ TEST(Kzdump, DrawsTheProgressLineWhereItShould) {
             << Quoted(c.args) << c.terminal;
         EXPECT_EQ(rate.find_first_not_of("0123456789"), std::string::npos) << rate;
     }
-    // 3 paths in the list, blank lines before, between and after them, and "-".
+    // 3 paths in the list (the first of one letter), blank lines between and
+    // after them, and "-".
     TempDir dir;
     dir.Write("a.mp3", Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'}))));
-    dir.Write("list", "\na.mp3\n\na.mp3\n\n\na.mp3\n");
+    dir.Write("x", Tag(3, Frame(3, "TIT2", Raw({0x00, 'x'}))));
+    dir.Write("list", "x\n\na.mp3\n\n\na.mp3\n\n");
     const RunResult run = Shell("cd" + Quoted({dir.path.string()}) + " && (sleep 0.7; cat a.mp3) |" +
                               Quoted({KZDUMP_PATH, "--progress", "-@", "list", "-"}) + " >/dev/null");
     const std::string line = run.err.substr(std::min<size_t>(1, run.err.size()), run.err.find('\r', 1) - 1);
