@@ -207,6 +207,12 @@ TEST(Kzdump, OutputAndExitStatusOfSamplesFilesBuiltHereAndBadUsage) {
                         "  TXXX \"TEMPO\": andante\n  WXXX \"Homepage\": http://example.com/\n  APIC: image/png \\x03 cover\n"},
         {Quoted({people}), people + kType + "\n  TIT2: Credits\n  (outside any field): producer Ann mixer Bob \n"
                            "  USLT:  first line\n    second line\n  PCNT: \\x00\\x00\\x01,\n"},
+        {Quoted({"--json", people}),
+         "{\"path\":\"" + people + "\",\"status\":0,\"type\":\"MPEG-1 audio - Layer 3, ID3v2.x\",\"fields\":["
+         "{\"tag\":1,\"field\":118,\"id\":\"TIT2\",\"text\":\"Credits\",\"strings\":[]},"
+         "{\"outside\":true,\"text\":\"producer Ann mixer Bob \"},{\"tag\":3,\"field\":153,\"id\":\"USLT\","
+         "\"text\":\" first line\\nsecond line\",\"strings\":[]},{\"tag\":4,\"field\":94,\"id\":\"PCNT\","
+         "\"text\":\"\\u0000\\u0000\\u0001,\",\"strings\":[]}],\"end\":true}\n"},
         // A line-feed character continues the value too; a description
         // is quoted, its quotes and line breaks escaped.
         {Quoted({escapes}),
