@@ -228,6 +228,8 @@ def test_second_writer_fails_or_waits(music, tmp_path):
             index.update(db, music)
         with pytest.raises(index.IndexBusy):
             index.merge(db, [db])
+        with pytest.raises(index.IndexBusy):
+            index.write_files(db, [])
         done = run_cli("index", str(db), str(music))
         assert (done.returncode, done.stderr.decode()) == (2, f"kz_id3: {busy.value}\n")
         assert str(busy.value) == f"{db}: another process is writing this index (an index or " \
