@@ -183,14 +183,6 @@ void ReportError(std::string_view path, std::string_view reason, const Options& 
     if (jsonLine && options.mode == OutputMode::Json) RenderJsonError(path, reason, out);
 }
 
-void ReportNote(std::string_view path, std::string_view note, std::string& err) {
-    err += "kzdump: ";
-    AppendPrintable(path, err);
-    err += ": note: ";
-    err += note;
-    err += "\n";
-}
-
 FileOutcome DoJob(const Options& options, OrderedOutput& output, kz_host_reader* reader,
                   const std::string& readerError, const Job& job, size_t index, std::string& out,
                   std::string& err) {
@@ -225,10 +217,11 @@ FileOutcome DoJob(const Options& options, OrderedOutput& output, kz_host_reader*
     } else if (read == KZ_HOST_OK && file.Info().truncated && !options.quiet) {
         // The module skipped a body larger than the block limit and left its
         // field empty; the rest of the file was read.
-        ReportNote(job.path,
-                   options.blockLimit != 0 ? "a frame body larger than --block-limit was skipped; its field is empty"
-                                           : "a frame declares a body larger than the file; it was skipped and its field is empty",
-                   err);
+        ReportError(job.path,
+                    options.blockLimit != 0
+                        ? "note: a frame body larger than --block-limit was skipped; its field is empty"
+                        : "note: a frame declares a body larger than the file; it was skipped and its field is empty",
+                    options, false, out, err);
     }
     return outcome;
 }

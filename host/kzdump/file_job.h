@@ -41,8 +41,6 @@ FileOutcome DoJob(const Options& options, OrderedOutput& output, kz_host_reader*
 // `jsonLine`, an error record in the output too.
 void ReportError(std::string_view path, std::string_view reason, const Options& options, bool jsonLine,
                  std::string& out, std::string& err);
-// A line on stderr about a file that was read: "kzdump: PATH: note: ...".
-void ReportNote(std::string_view path, std::string_view note, std::string& err);
 
 }  // namespace kzdump
 
